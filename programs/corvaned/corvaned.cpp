@@ -1,0 +1,174 @@
+/**
+ * @file corvaned.cpp
+ * @brief The library in a process of its own.
+ *
+ * The main thread starts the library, then waits for signals and prints the status table; everything else happens on
+ * the library's threads. Signals that end the process are blocked before the first thread exists, so that all threads
+ * inherit that and only the wait below receives them.
+ */
+#include <array>
+#include <cerrno>
+#include <climits>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "config/corvane_prefix_path.h"
+#include "exit_codes.h"
+#include "init/corvane_init.h"
+#include "init/corvane_signal_stash.h"
+#include "options.h"
+#include "service_manager.h"
+#include "start_failure.h"
+#include "status_json.h"
+#include "status_table.h"
+
+namespace {
+
+constexpr long kNanosecondsPerSecond = 1000000000L;
+
+/** Sets the prefix by option or by the program's place. @return what is wrong, or nothing. */
+std::string SetPrefix(const Options &options)
+{
+    if (options.prefix.empty()) {
+        return InitCorvanePrefixPathInd() == 0
+                   ? ""
+                   : "the prefix cannot be found from the program's own path; give --prefix";
+    }
+    std::array<char, PATH_MAX> real{};
+    if (realpath(options.prefix.c_str(), real.data()) == nullptr) {
+        return "the prefix " + options.prefix + " does not exist; create it, or give the right one with --prefix";
+    }
+    // "/" joins with "/config" as well without its slash.
+    const std::string path = real.data();
+    return SetPrefixPath(path == "/" ? "" : path.c_str()) == 0 ? "" : "no memory for the prefix";
+}
+
+sigset_t EndSignals()
+{
+    sigset_t signals;
+    (void)sigemptyset(&signals);
+    (void)sigaddset(&signals, SIGTERM);
+    (void)sigaddset(&signals, SIGINT);
+    return signals;
+}
+
+/** Time from now to @p due on the monotonic clock, not below zero. */
+struct timespec TimeUntil(const struct timespec &due)
+{
+    struct timespec now = {};
+    (void)clock_gettime(CLOCK_MONOTONIC, &now);
+    struct timespec left = {due.tv_sec - now.tv_sec, due.tv_nsec - now.tv_nsec};
+    if (left.tv_nsec < 0) {
+        left.tv_sec -= 1;
+        left.tv_nsec += kNanosecondsPerSecond;
+    }
+    return left.tv_sec < 0 ? timespec{0, 0} : left;
+}
+
+/** Returns when one of the signals has come; prints the status in between. */
+void WaitForEnd(const sigset_t &signals, const Options &options)
+{
+    if (options.statusInterval == 0) {
+        while (sigwaitinfo(&signals, nullptr) < 0 && errno == EINTR) {
+        }
+        return;
+    }
+    struct timespec due = {};
+    (void)clock_gettime(CLOCK_MONOTONIC, &due);
+    while (true) {
+        due.tv_sec += options.statusInterval;
+        int result = 0;
+        do {
+            const struct timespec left = TimeUntil(due);
+            result = sigtimedwait(&signals, nullptr, &left);
+        } while (result < 0 && errno == EINTR);
+        if (result > 0) {
+            return;
+        }
+        if (options.statusFormat == Options::Format::JSON) {
+            PrintStatusJson(stdout);
+        } else {
+            PrintStatusTable(stdout);
+        }
+    }
+}
+
+[[nodiscard]] int Fail(int exitCode, const std::string &message)
+{
+    (void)std::fflush(stdout);
+    (void)std::fprintf(stderr, "corvaned: %s\n", message.c_str());
+    return exitCode;
+}
+
+/**
+ * Leaves without the destructors of the process: the library's threads are still running, and what they save is safe
+ * against an end at any moment.
+ */
+[[noreturn]] void Leave(int exitCode)
+{
+    (void)std::fflush(nullptr);
+    _exit(exitCode);
+}
+
+int Run(const Options &options)
+{
+    const sigset_t signals = EndSignals();
+    (void)pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    (void)std::signal(SIGPIPE, SIG_IGN); // a reader of the table that leaves must not take the service with it
+    (void)umask(0007);                   // what the library creates is for its user and group
+
+    std::string problem = SetPrefix(options);
+    if (!problem.empty()) {
+        return Fail(EXIT_CODE_START_FAILED, problem);
+    }
+    const std::string prefix = GetPrefixPath();
+    problem = CheckPrefix(prefix);
+    if (!problem.empty()) {
+        return Fail(EXIT_CODE_START_FAILED, problem);
+    }
+
+    // Host libraries install handlers of their own; the ones of this program are put back.
+    if (StashProcessSignalHandler() != 0) {
+        return Fail(EXIT_CODE_START_FAILED, "no memory to keep the signal handlers");
+    }
+    const uint32_t status = InitCorvane(CORVANE_START_INDEPENDENT);
+    (void)StashPopProcessSignalHandler();
+    if (status != 0) {
+        const StartFailure failure = ExplainStartFailure(prefix, status);
+        return Fail(failure.exitCode, failure.message);
+    }
+
+    if (!NotifyServiceManager("READY=1\nSTATUS=Watching disks")) {
+        (void)std::fprintf(stderr, "corvaned: the service manager cannot be told that the start is complete; "
+                                   "check NOTIFY_SOCKET\n");
+    }
+    WaitForEnd(signals, options);
+    (void)NotifyServiceManager("STOPPING=1\nSTATUS=Stopping");
+    return EXIT_CODE_OK;
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    Options options;
+    std::string error;
+    if (!ParseOptions(argc, argv, options, error)) {
+        return Fail(EXIT_CODE_USAGE, error);
+    }
+    switch (options.action) {
+    case Options::Action::HELP:
+        (void)std::fputs(kHelpText, stdout);
+        return EXIT_CODE_OK;
+    case Options::Action::VERSION:
+        (void)std::puts("corvaned " CORVANE_VERSION);
+        return EXIT_CODE_OK;
+    case Options::Action::RUN:
+        break;
+    }
+    Leave(Run(options));
+}

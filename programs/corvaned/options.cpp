@@ -1,0 +1,94 @@
+#include "options.h"
+
+#include <charconv>
+#include <cstring>
+#include <getopt.h>
+#include <string_view>
+
+const char *const kHelpText = R"(Usage: corvaned [--prefix DIR] [--status-interval SECONDS [--status-format text|json]]
+
+Watches the health of this node's disks: reads them through the collection agents, keeps a registry of
+disks by serial number and live records of their health and I/O. Runs in the foreground until SIGTERM
+or SIGINT.
+
+  -p, --prefix DIR               installation prefix; its folder "config" holds settings and registry
+                                 (default: the folder above the one that holds this program)
+  -s, --status-interval SECONDS  print a table of the online disks this often, 1 to 86400
+                                 (default: no table)
+  -f, --status-format FORMAT     "text" prints a table, "json" one JSON object a line (default: text)
+  -h, --help                     print this text and exit
+  -V, --version                  print the version and exit
+
+Exit status: 0 ended on request, 1 start failed, 2 bad command line, 3 already running on this prefix.
+Log: /var/log/corvane/. See corvaned(8).
+)";
+
+namespace {
+
+constexpr uint32_t kMaxStatusInterval = 86400;
+
+bool ParseInterval(std::string_view text, uint32_t &seconds)
+{
+    const char *end = text.data() + text.size();
+    const auto [rest, failure] = std::from_chars(text.data(), end, seconds);
+    return failure == std::errc() && rest == end && seconds >= 1 && seconds <= kMaxStatusInterval;
+}
+
+} // namespace
+
+bool ParseOptions(int argc, char **argv, Options &options, std::string &error)
+{
+    static const option longOptions[] = {
+        {"prefix", required_argument, nullptr, 'p'},
+        {"status-interval", required_argument, nullptr, 's'},
+        {"status-format", required_argument, nullptr, 'f'},
+        {"status-format", required_argument, nullptr, 'f'},
+        {"help", no_argument, nullptr, 'h'},
+        {"version", no_argument, nullptr, 'V'},
+        {nullptr, 0, nullptr, 0},
+    };
+    opterr = 0;
+    int letter = 0;
+    while ((letter = getopt_long(argc, argv, ":p:s:f:hV", longOptions, nullptr)) != -1) {
+        switch (letter) {
+        case 'p':
+            if (*optarg == '\0') {
+                error = "--prefix is empty; give the folder that holds \"config\"";
+                return false;
+            }
+            options.prefix = optarg;
+            break;
+        case 's':
+            if (!ParseInterval(optarg, options.statusInterval)) {
+                error = std::string("--status-interval ") + optarg + " is no whole number from 1 to " +
+                        std::to_string(kMaxStatusInterval) + "; give the seconds between two tables";
+                return false;
+            }
+            break;
+        case 'f':
+            if (std::strcmp(optarg, "text") != 0 && std::strcmp(optarg, "json") != 0) {
+                error = std::string("--status-format ") + optarg + " is unknown; give text or json";
+                return false;
+            }
+            options.statusFormat = *optarg == 'j' ? Options::Format::JSON : Options::Format::TEXT;
+            break;
+        case 'h':
+            options.action = Options::Action::HELP;
+            return true;
+        case 'V':
+            options.action = Options::Action::VERSION;
+            return true;
+        case ':':
+            error = std::string(argv[optind - 1]) + " needs a value; see corvaned --help";
+            return false;
+        default:
+            error = std::string("unknown option ") + argv[optind - 1] + "; see corvaned --help";
+            return false;
+        }
+    }
+    if (optind < argc) {
+        error = std::string("unexpected argument ") + argv[optind] + "; see corvaned --help";
+        return false;
+    }
+    return true;
+}

@@ -1,0 +1,299 @@
+#!/bin/bash
+# demo.sh BUILD-DIR   watch disks come online, one leave and come back. Needs root or sudo. Ends by itself or on Ctrl-C.
+#
+# Sockets and logs of the product have fixed paths. So the demonstration runs in a mount namespace of its own, where
+# /tmp, /var/tmp and /var/log are empty and in memory; all of it is gone with the last process.
+set -euo pipefail
+
+usage() {
+  echo "Usage: demo.sh BUILD-DIR" >&2
+  echo "BUILD-DIR holds bin/ and lib/ of a finished build, for example build/release." >&2
+  exit 2
+}
+
+inside=no
+if [ "${1:-}" = --inside ]; then
+  inside=yes
+  shift
+fi
+if [ $# -ne 1 ] || [ ! -d "$1" ]; then usage; fi
+build=$(cd "$1" && pwd)
+here=$(cd "$(dirname "$0")" && pwd)
+
+if [ "$(id -u)" -ne 0 ]; then
+  command -v sudo >/dev/null || { echo "demo: this needs root, for a mount namespace; become root or install sudo" >&2; exit 1; }
+  exec sudo -- "$here/demo.sh" "$build"
+fi
+if [ "$inside" = no ]; then
+  exec unshare --mount --propagation private -- "$here/demo.sh" --inside "$build"
+fi
+
+prefix=/tmp/corvane
+victim=DEMONVME0001
+pids=()
+started=$SECONDS
+
+# Output -----------------------------------------------------------------------------------------------------------------
+
+if [ -t 1 ]; then bold=$'\e[1m' plain=$'\e[0m'; else bold='' plain=''; fi
+
+step() { printf '\n%s%s%s\n' "$bold" "$1" "$plain"; }
+tell() { printf '  %s\n' "$@"; }
+shown() { printf '  [%3d s] %s\n' $((SECONDS - started)) "$1"; }
+
+fail() {
+  printf '\ndemo: FAILED: %s\n' "$1" >&2
+  for file in "$prefix/corvaned.out" "$prefix/agentd.out" "$prefix/sim.out" /var/log/corvane/*; do
+    if [ -f "$file" ] && [ -s "$file" ]; then
+      printf '%s\n' "--- last lines of $file" >&2
+      tail -n 15 "$file" >&2
+    fi
+  done
+  exit 1
+}
+
+# Processes --------------------------------------------------------------------------------------------------------------
+
+finish() {
+  trap - EXIT INT TERM
+  if [ ${#pids[@]} -gt 0 ]; then
+    kill -TERM "${pids[@]}" 2>/dev/null || true
+    for pid in "${pids[@]}"; do
+      for _ in {1..50}; do
+        kill -0 "$pid" 2>/dev/null || break
+        sleep 0.1
+      done
+      kill -KILL "$pid" 2>/dev/null || true
+      wait "$pid" 2>/dev/null || true
+    done
+  fi
+}
+trap finish EXIT
+trap 'printf "\ndemo: interrupted\n" >&2; exit 130' INT
+trap 'exit 143' TERM
+
+# Even if this script is killed its processes end with it.
+launch() { # OUTPUT COMMAND...
+  local out=$1
+  shift
+  setpriv --pdeathsig TERM -- "$@" >"$out" 2>&1 </dev/null &
+  pids+=("$!")
+}
+
+alive() {
+  local pid
+  for pid in "${pids[@]}"; do
+    kill -0 "$pid" 2>/dev/null || return 1
+  done
+}
+
+wait_for() { # SECONDS WHAT CONDITION...
+  local limit=$((SECONDS + $1)) what=$2
+  shift 2
+  until "$@"; do
+    alive || fail "a program ended by itself while waiting for this: $what"
+    [ "$SECONDS" -lt "$limit" ] || fail "this did not happen in time: $what"
+    sleep 0.2
+  done
+}
+
+# A world of its own -----------------------------------------------------------------------------------------------------
+
+prepare() {
+  local name
+  local programs=(corvaned corvane-sim)
+  [ "$real" -eq 0 ] || programs+=(corvane-agentd)
+  for name in jq lsblk setpriv; do
+    command -v "$name" >/dev/null || { echo "demo: $name is missing; 'tools/deps.sh demo' installs it" >&2; exit 1; }
+  done
+  for name in "${programs[@]}"; do
+    [ -x "$build/bin/$name" ] || { echo "demo: $build/bin/$name is missing; build it first, 'make demo' does" >&2; exit 1; }
+  done
+
+  # Copied before /tmp is covered: the build may lie there.
+  mount -t tmpfs -o mode=0755 tmpfs /var/log
+  mkdir -p /var/log/stage/bin /var/log/stage/lib
+  for name in "${programs[@]}"; do
+    cp "$build/bin/$name" /var/log/stage/bin/
+  done
+  find "$build/lib" -maxdepth 1 -name '*.so*' -exec cp -P {} /var/log/stage/lib/ \;
+  cp "$here/../corvane-sim/scenarios/demo.json" /var/log/stage/
+  mount -t tmpfs -o mode=1777 tmpfs /tmp
+  mount -t tmpfs -o mode=1777 tmpfs /var/tmp
+  mv /var/log/stage "$prefix"
+  cd "$prefix"
+  export LD_LIBRARY_PATH=$prefix/lib
+
+  # The product's account, for this namespace alone.
+  cp /etc/passwd "$prefix/passwd"
+  cp /etc/group "$prefix/group"
+  local uid=64900 gid=64900
+  while grep -q "^[^:]*:[^:]*:$gid:" "$prefix/group"; do gid=$((gid + 1)); done
+  while grep -q "^[^:]*:[^:]*:$uid:" "$prefix/passwd"; do uid=$((uid + 1)); done
+  grep -q '^corvane_group:' "$prefix/group" || echo "corvane_group:x:$gid:" >>"$prefix/group"
+  gid=$(awk -F: '$1 == "corvane_group" { print $3 }' "$prefix/group")
+  grep -q '^corvane_user:' "$prefix/passwd" ||
+    echo "corvane_user:x:$uid:$gid:Corvane:/nonexistent:/usr/sbin/nologin" >>"$prefix/passwd"
+  chmod 0644 "$prefix/passwd" "$prefix/group"
+  mount --bind "$prefix/passwd" /etc/passwd
+  mount --bind "$prefix/group" /etc/group
+
+  mkdir config userconfig_bak
+  chmod 0750 config userconfig_bak
+  chown corvane_user:corvane_group config userconfig_bak
+}
+
+# The node's disks that the product supports: the identity checks of the agent and the list of supported disks.
+node_disks() {
+  lsblk --json --scsi --output NAME,TYPE,VENDOR,MODEL,WWN,ROTA 2>/dev/null | jq -r '
+    .blockdevices[]? | select(.type == "disk" and (.wwn // "")[2:3] == "5")
+    | ((.vendor // "") | gsub("^\\s+|\\s+$"; "")) as $vendor | ((.model // "") | gsub("^\\s+|\\s+$"; "")) as $model
+    | (.rota == true or .rota == "1") as $rotates
+    | select(($model | contains("Logical Volume") | not) and ($vendor | contains("LSI") | not))
+    | select(($rotates | not) and ($vendor == "ATA") and ($model | test("^(VSSD-|VLR|VL-SAS)"))
+          or ($rotates | not) and ($vendor | test("^(VELMAR|0x1f7c|ORSTAN|ORSYL)$"))
+          or $rotates and ($vendor | test("^(WD|Western Digital|SEAGATE|TOSHIBA)$")))
+    | .name' 2>/dev/null || true
+}
+
+# Conditions and views ---------------------------------------------------------------------------------------------------
+
+registry=$prefix/config/disk_mgr.config
+registry_serials() { jq -r '.[].sn' "$registry" 2>/dev/null || true; }
+registry_count() { registry_serials | grep -c . || true; }
+registry_id() { jq -r --arg sn "$1" '.[] | select(.sn == $sn) | .diskId' "$registry" 2>/dev/null || true; }
+registered() { [ -n "$(registry_id "$1")" ]; }
+unregistered() { [ -s "$registry" ] && jq -e . "$registry" >/dev/null 2>&1 && ! registered "$1"; }
+
+all_registered() {
+  local now
+  now=$(registry_count)
+  if [ "$now" != "$last_count" ]; then
+    shown "the registry holds $now disks"
+    last_count=$now
+  fi
+  # Real disks are counted: their serial numbers are the node's.
+  [ "$now" -ge $((${#simulated[@]} + real)) ] && [ -z "$(comm -23 <(printf '%s\n' "${simulated[@]}" | sort) <(registry_serials | sort))" ]
+}
+
+show_registry() {
+  jq -r '(["ID", "TYPE", "MEDIA", "VENDOR", "MODEL", "SERIAL NUMBER", "CAPACITY", "SLOT"]),
+    (sort_by(.diskId)[] | [.diskId, (["SSD_NVMe", "SSD_SAS", "SSD_SATA", "HDD_SAS", "HDD_SATA", "HDD_NL_SAS"][.diskType]),
+      (["SLC", "MLC", "TLC", "QLC", "PLC", "MAGNET"][.mediaType]), .vendor, .model, .sn,
+      "\((.diskCapacity | tonumber) / 1e9 | floor) GB", (if .slotId > 1000 then "-" else .slotId end)]) | @tsv' "$registry" |
+    awk -F'\t' '{ printf "  %3s  %-10s %-7s %-9s %-18s %-20s %9s %5s\n", $1, $2, $3, $4, $5, $6, $7, $8 }'
+}
+
+# The last whole table that corvaned printed. A table ends where the next one begins.
+last_table() {
+  awk '/ disks? online$/ { whole = table; table = "" } { table = table $0 "\n" } END { printf "%s", whole }' "$prefix/corvaned.out"
+}
+tables_printed() { grep -c ' online$' "$prefix/corvaned.out" || true; }
+show_table() { last_table | sed 's/^/  /'; }
+
+# Columns: ID STATE TYPE VENDOR MODEL SERIAL DEVICE CAPACITY HOURS WEAR IOPS KiB/s UTIL; vendor and model may hold blanks,
+# so the fields behind the serial number are counted from the end.
+has_records() { # SERIAL...
+  last_table | awk -v wanted="$*" '
+    BEGIN { count = split(wanted, serials, " ") }
+    { for (i = 1; i <= count; i++) if (index($0, " " serials[i] " ") && $(NF-4) ~ /^[0-9]+$/ && $(NF-3) ~ /%$/ &&
+        $(NF-2) ~ /^[1-9][0-9]*\/[1-9][0-9]*$/ && $NF ~ /%$/) good[i] = 1 }
+    END { for (i = 1; i <= count; i++) if (!good[i]) exit 1 }'
+}
+table_has() { last_table | grep " $1 " >/dev/null; }
+table_lacks() { [ "$(tables_printed)" -gt "$1" ] && ! table_has "$2"; }
+
+# The moments at which the I/O counters were asked for; one fan-out of requests counts once.
+cycles() {
+  jq -r 'select(.socket == "spdk" and .method == "dca_get_disks_iostat") | .time' "$prefix/requests.jsonl" 2>/dev/null |
+    awk 'NR == 1 || $1 - last > 0.4 { printf "%.1f\n", $1 } { last = $1 }'
+}
+enough_cycles() { [ "$(cycles | wc -l)" -ge 4 ]; }
+told() { # METHOD SERIAL
+  jq -e --arg method "$1" --arg sn "$2" 'select(.method == $method and .params.sn == $sn)' "$prefix/requests.jsonl" >/dev/null 2>&1
+}
+event() { "$prefix/bin/corvane-sim" --control "$prefix/control.sock" --send "$1" >/dev/null || fail "the simulator refused the event $1"; }
+
+# The demonstration ------------------------------------------------------------------------------------------------------
+
+mapfile -t node < <(node_disks)
+real=${#node[@]}
+prepare
+simulate='true'
+sim_options=()
+if [ "$real" -gt 0 ]; then
+  simulate='.disk_type == "SSD_NVMe"'
+  sim_options=(--no-dcak)
+fi
+# What happens here happens when it is told, not by the scenario's own clock.
+jq "del(.events) | .disks |= map(select($simulate))" demo.json >scenario.json
+mapfile -t simulated < <(jq -r '.disks[].serial_number' scenario.json)
+
+step "1. Agents answer for the disks"
+tell "corvaned never touches a disk. It asks two collection agents over local sockets: one for the SATA and SAS disks" \
+  "that the kernel sees, one for the NVMe disks of a storage service."
+if [ "$real" -gt 0 ]; then
+  tell "This node has supported disks (${node[*]}): the real kernel agent, corvane-agentd, answers for them." \
+    "corvane-sim plays the other agent, with ${#simulated[@]} NVMe disks."
+else
+  tell "This node has no supported SATA or SAS disk, so corvane-sim plays both agents, with ${#simulated[@]} disks."
+fi
+launch "$prefix/sim.out" "$prefix/bin/corvane-sim" --scenario scenario.json --record requests.jsonl --control "$prefix/control.sock" "${sim_options[@]}"
+wait_for 30 "corvane-sim is ready" grep -qx ready "$prefix/sim.out"
+if [ "$real" -gt 0 ]; then
+  launch "$prefix/agentd.out" "$prefix/bin/corvane-agentd"
+  wait_for 30 "corvane-agentd serves its socket" test -S /tmp/dcak.sock
+fi
+shown "the agents are ready"
+
+step "2. Disks come online"
+tell "corvaned starts with an empty registry. Each disk that an agent reports and that is on the list of supported disks" \
+  "gets an identifier, which stays with its serial number over restarts, in config/disk_mgr.config."
+last_count=0
+launch "$prefix/corvaned.out" "$prefix/bin/corvaned" --prefix "$prefix" --status-interval 3
+corvaned=${pids[-1]}
+wait_for 60 "every disk is in the registry" all_registered
+show_registry
+
+step "3. Records arrive"
+tell "Every three seconds corvaned asks for health and I/O counters. Two samples of the counters give rates; this is what" \
+  "it keeps in memory of each disk:"
+wait_for 60 "every simulated disk has health and I/O records" has_records "${simulated[@]}"
+show_table
+wait_for 60 "four collection cycles" enough_cycles
+shown "the agent was asked for I/O counters at these seconds of its own clock: $(cycles | tail -n 4 | paste -sd' ')"
+cycles | tail -n 4 | awk 'NR > 1 && ($1 - last < 1.5 || $1 - last > 6) { exit 1 } { last = $1 }' ||
+  fail "the cycles are not about three seconds apart"
+
+step "4. A disk is pulled"
+old_id=$(registry_id "$victim")
+tell "NVMe disk $victim, identifier $old_id, leaves. The next scan, every five seconds, no longer finds it: it goes offline," \
+  "and so it does in the registry and at the data agent, which mirrors what corvaned knows."
+event "{\"do\":\"pull\",\"disk\":\"$victim\"}"
+shown "pulled"
+wait_for 30 "the pulled disk leaves the registry" unregistered "$victim"
+shown "the registry holds $(registry_count) disks, $victim is not among them"
+wait_for 10 "the data agent is told of the pulled disk" told dma_poweroff_disk "$victim"
+shown "the data agent was told: dma_poweroff_disk $victim"
+tables=$(tables_printed)
+wait_for 30 "the pulled disk leaves the table" table_lacks $((tables + 1)) "$victim"
+[ "$(registry_count)" -ge $((${#simulated[@]} + real - 1)) ] || fail "other disks left with the pulled one"
+
+step "5. It comes back"
+tell "A disk that returns is a new disk: it might have been anywhere. It gets the next free identifier and new records."
+event "{\"do\":\"plug\",\"disk\":\"$victim\"}"
+shown "plugged"
+wait_for 30 "the disk is in the registry again" registered "$victim"
+new_id=$(registry_id "$victim")
+[ "$new_id" != "$old_id" ] || fail "the disk got its old identifier $old_id again"
+shown "$victim is back, with identifier $new_id instead of $old_id"
+wait_for 30 "the disk has records again" has_records "$victim"
+show_table
+
+step "6. The end"
+kill -TERM "$corvaned"
+status=0
+wait "$corvaned" || status=$?
+[ "$status" -eq 0 ] || fail "corvaned ended with status $status"
+shown "corvaned ended on request; the programs, their files and this small world are gone in a moment"
+tell "Next: README.md for what there is, docs/simulator.md to write a scenario of your own."
