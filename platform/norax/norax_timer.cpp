@@ -174,8 +174,15 @@ int TimerThreadStart() noexcept
     }
     g_generation++;
     g_started = true;
+    // The host's signals are not for this thread.
+    sigset_t all;
+    sigset_t former;
+    (void)sigfillset(&all);
+    (void)pthread_sigmask(SIG_SETMASK, &all, &former);
     status =
+        // NOLINTNEXTLINE(performance-no-int-to-ptr): a number for the thread, nothing is pointed to
         pthread_create(&g_thread, nullptr, TimerThread, reinterpret_cast<void *>(static_cast<uintptr_t>(g_generation)));
+    (void)pthread_sigmask(SIG_SETMASK, &former, nullptr);
     if (status == 0) {
         (void)pthread_setname_np(g_thread, "norax-timer");
     }

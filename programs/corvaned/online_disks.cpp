@@ -1,7 +1,9 @@
 #include "online_disks.h"
 
+#include <algorithm>
 #include <array>
 #include <ctime>
+#include <iterator>
 
 #include "data_mgr/data_mgr_master/data_mgr_master.h"
 
@@ -36,9 +38,13 @@ bool ListOnlineDisks(std::vector<DiskMgrObj> &disks)
 
 bool ReadHealth(uint32_t diskId, DiskHealthInfo &health)
 {
+    if (DiskSmartInfoCliGet(diskId, &health, sizeof(health)) != 0) {
+        return false;
+    }
     // The store holds a record of zeros until the agent has answered.
-    const DiskHealthInfo none = {};
-    return DiskSmartInfoCliGet(diskId, &health, sizeof(health)) == 0 && std::memcmp(&health, &none, sizeof(none)) != 0;
+    return health.powerOnHours != 0 || health.wearInt != 0 || health.wearFrac != 0 ||
+           std::any_of(std::begin(health.detail.raw), std::end(health.detail.raw),
+                       [](uint8_t byte) { return byte != 0; });
 }
 
 const char *DiskStateName(uint32_t state)

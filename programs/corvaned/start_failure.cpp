@@ -7,6 +7,7 @@
 #include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <vector>
 
 #include "exit_codes.h"
 
@@ -18,6 +19,28 @@ bool IsFolder(const std::string &path)
 {
     struct stat status = {};
     return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+/** Room for any account of this system's; a look-up that needs more has found its account as well. */
+constexpr size_t kAccountSize = 65536;
+
+// The reentrant forms: the library's threads may be looking accounts up at the same time.
+bool UserExists(const char *name)
+{
+    std::vector<char> buffer(kAccountSize);
+    struct passwd entry = {};
+    struct passwd *found = nullptr;
+    const int error = getpwnam_r(name, &entry, buffer.data(), buffer.size(), &found);
+    return found != nullptr || error == ERANGE;
+}
+
+bool GroupExists(const char *name)
+{
+    std::vector<char> buffer(kAccountSize);
+    struct group entry = {};
+    struct group *found = nullptr;
+    const int error = getgrnam_r(name, &entry, buffer.data(), buffer.size(), &found);
+    return found != nullptr || error == ERANGE;
 }
 
 /** The process that holds the lock against a process of its own, 0 if none does. */
@@ -66,10 +89,10 @@ StartFailure ExplainStartFailure(const std::string &prefix, uint32_t status)
     }
     std::string message = "start failed with status " + std::to_string(static_cast<int32_t>(status)) +
                           "; the failed step is named on standard output or in /var/log/corvane/";
-    if (getpwnam("corvane_user") == nullptr) {
+    if (!UserExists("corvane_user")) {
         message += "; the user corvane_user is missing: useradd --system --no-create-home corvane_user";
     }
-    if (getgrnam("corvane_group") == nullptr) {
+    if (!GroupExists("corvane_group")) {
         message += "; the group corvane_group is missing: groupadd --system corvane_group";
     }
     return {EXIT_CODE_START_FAILED, message};

@@ -111,9 +111,8 @@ CORVANE_API uint32_t InitCorvanePrefixPathComb(void) noexcept
 
     char *buffer = nullptr;
     size_t capacity = 0;
-    ssize_t length = 0;
     bool found = false;
-    while (!found && (length = getline(&buffer, &capacity, maps.get())) > 0) {
+    while (!found && getline(&buffer, &capacity, maps.get()) > 0) {
         found = std::strstr(buffer, kDiagnoseLibrary) != nullptr;
     }
     const MallocPtr<char> line(buffer);

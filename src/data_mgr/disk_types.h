@@ -43,10 +43,10 @@ typedef enum {
     DISK_STATE_BUTT = 6,
 } DISK_STATE_E;
 
-#define DISK_ID_MAX 128u             /**< identifiers run from 0 to 127 */
-#define DISK_ONLINE_MAX 64u          /**< disks registered at a time */
-#define DISK_SN_SIZE 40u             /**< serial number buffer; comparisons look at 40 characters at most */
-#define DISK_ID_BY_SN 0xFFFFFFFFu    /**< in a set: find the disk by its serial number */
+#define DISK_ID_MAX 128u          /**< identifiers run from 0 to 127 */
+#define DISK_ONLINE_MAX 64u       /**< disks registered at a time */
+#define DISK_SN_SIZE 40u          /**< serial number buffer; comparisons look at 40 characters at most */
+#define DISK_ID_BY_SN 0xFFFFFFFFu /**< in a set: find the disk by its serial number */
 
 /** A serial number by reference, passed by value; @p buf need not be terminated within @p len. */
 typedef struct DiskSnRef {
@@ -89,12 +89,12 @@ typedef struct DiskIoInfoFrame {
 
 /** Statistics of one interval. */
 typedef struct DiskIoStatInfo {
-    uint64_t readIops;        /**< operations per second */
-    uint64_t writeIops;       /**< operations per second */
-    uint64_t readIoBand;      /**< KiB per second */
-    uint64_t writeIoBand;     /**< KiB per second */
-    uint64_t readIoDelay;     /**< microseconds per operation */
-    uint64_t writeIoDelay;    /**< microseconds per operation */
+    uint64_t readIops;     /**< operations per second */
+    uint64_t writeIops;    /**< operations per second */
+    uint64_t readIoBand;   /**< KiB per second */
+    uint64_t writeIoBand;  /**< KiB per second */
+    uint64_t readIoDelay;  /**< microseconds per operation */
+    uint64_t writeIoDelay; /**< microseconds per operation */
     uint32_t queueDepth;
     uint32_t ioBusyNum;
     uint64_t avgServeTime;    /**< microseconds of ioTime per operation */

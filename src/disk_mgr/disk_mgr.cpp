@@ -37,11 +37,6 @@ std::array<uint32_t, DISK_ID_MAX> g_acceptedState{};
 /** A serial number with a terminator, whatever the record or the caller held. */
 using SnText = BoundedText<DISK_SN_SIZE>;
 
-const char *TextOrNull(const char *text) noexcept
-{
-    return text != nullptr ? text : "(null)";
-}
-
 /** The slot of the disk with this serial number, or DISK_ID_MAX. */
 uint32_t FindSlotBySn(const char *sn) noexcept
 {

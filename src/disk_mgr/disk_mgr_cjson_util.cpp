@@ -6,6 +6,7 @@
 
 #include "bounded/bounded.h"
 #include "infrastructure/common/accounts.h"
+#include "infrastructure/common/bounded_text.h"
 #include "infrastructure/common/corvane_log.h"
 #include "infrastructure/common/corvane_raii.h"
 #include "infrastructure/common/os_calls.h"
@@ -20,11 +21,6 @@ struct SeamClose {
     void operator()(std::FILE *file) const noexcept { (void)g_osCalls.fclose(file); }
 };
 using SeamFilePtr = std::unique_ptr<std::FILE, SeamClose>;
-
-const char *TextOrNull(const char *text) noexcept
-{
-    return text != nullptr ? text : "(null)";
-}
 
 /** Size of an open file, or a negative number. Leaves the position at the start. */
 long MeasureFile(std::FILE *file) noexcept

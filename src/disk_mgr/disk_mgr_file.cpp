@@ -97,7 +97,7 @@ uint32_t DiskMgrAddStringToCJson(cJSON *obj, const char *name, const char *value
     }
     if (stored == nullptr || std::strcmp(stored, value) != 0) {
         CORVANE_LOG(CORVANE_LOG_ERROR, kModule, "DiskMgrAddStringToCJson fail, valueName = %s value = %s",
-                    name != nullptr ? name : "(null)", value != nullptr ? value : "(null)");
+                    TextOrNull(name), TextOrNull(value));
         return DISK_FILE_ERR_FAIL;
     }
     return 0;

@@ -28,10 +28,10 @@ enum CorvaneLogLevel {
 
 /** How a thread is to be made. Passed by value. */
 typedef struct CorvaneThreadParam {
-    uint32_t priority;   /**< sched_priority; 0 for ordinary threads */
-    uint8_t joinable;    /**< non-zero: the creator waits until the thread has ended */
-    void *entryArg;      /**< argument of the entry */
-    void *callbackArg;   /**< argument of the callback, which runs on the new thread after the entry */
+    uint32_t priority; /**< sched_priority; 0 for ordinary threads */
+    uint8_t joinable;  /**< non-zero: the creator waits until the thread has ended */
+    void *entryArg;    /**< argument of the entry */
+    void *callbackArg; /**< argument of the callback, which runs on the new thread after the entry */
 } CorvaneThreadParam;
 
 typedef void *(*CorvaneThreadFunc)(void *arg);

@@ -125,7 +125,9 @@ bool ChildProcess::WaitForOutput(const std::function<bool(const std::string &out
 
 void ChildProcess::Signal(int number) const
 {
-    (void)kill(pid_, number);
+    if (!ended_) { // once reaped, the number may be another's
+        (void)kill(pid_, number);
+    }
 }
 
 void ChildProcess::CloseInput()

@@ -10,7 +10,7 @@ namespace {
 
 constexpr size_t kBufferMin = 1024;
 // A group with very many members; beyond this the system's own tools give up as well.
-constexpr size_t kBufferMax = 1024 * 1024;
+constexpr size_t kBufferMax = size_t{1024} * 1024;
 
 /**
  * Looks an account up with a reentrant call, whose buffer grows as long as it is too small. The memory is the system's

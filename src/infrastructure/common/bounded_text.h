@@ -1,6 +1,6 @@
 /**
  * @file bounded_text.h
- * @brief A terminated copy of a text field that may lack its terminator. C++ only; no state, any thread.
+ * @brief Texts that may lack their terminator, or be missing, made fit for a log line. C++ only; no state, any thread.
  */
 #ifndef BOUNDED_TEXT_H
 #define BOUNDED_TEXT_H
@@ -9,7 +9,8 @@
 #include <cstddef>
 #include <cstring>
 
-/** Serial numbers and names use their whole field when they are that long; nobody must read past it. */
+/** A terminated copy. Serial numbers and names use their whole field when they are that long; nobody must read past it.
+ */
 template <size_t Size>
 class BoundedText {
 public:
@@ -29,5 +30,11 @@ public:
 private:
     std::array<char, Size + 1> text_{};
 };
+
+/** @return @p text, or what stands for a missing one in a log line. */
+inline const char *TextOrNull(const char *text) noexcept
+{
+    return text != nullptr ? text : "(null)";
+}
 
 #endif

@@ -19,6 +19,9 @@ const char *CorvaneLogLevelName(uint32_t level) noexcept;
     g_corvaneInfra.log((level), (module), basename(__FILE__), __LINE__, __func__, __VA_ARGS__)
 
 /** Checked form: prints to standard output as long as there is no log. */
+#ifdef __cppcheck__ // which does not know __VA_OPT__
+#define CORVANE_LOG_CHECKED(level, module, ...) CORVANE_LOG(level, module, __VA_ARGS__)
+#else
 #define CORVANE_LOG_CHECKED(level, module, fmt, ...)                                                                   \
     do {                                                                                                               \
         if (g_corvaneInfra.log != nullptr) {                                                                           \
@@ -28,5 +31,6 @@ const char *CorvaneLogLevelName(uint32_t level) noexcept;
             (void)std::fflush(stdout);                                                                                 \
         }                                                                                                              \
     } while (false)
+#endif
 
 #endif

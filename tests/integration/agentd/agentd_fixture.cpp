@@ -92,6 +92,7 @@ void AgentdTest::SetUp()
 {
     ASSERT_EQ(problem_, "");
     std::filesystem::remove(kSocket);
+    std::filesystem::remove("/tmp/gate");
     std::filesystem::create_directories(kTools);
     AddDisk("sdzy", "ATA     ", "VSSD-1600       ", 0);
     AddDisk("sdzz", "TOSHIBA ", "MG04SCA40EA     ", 1);

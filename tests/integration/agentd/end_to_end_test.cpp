@@ -96,8 +96,9 @@ TEST_P(EndToEndTest, BothDisksComeOnlineWithTheirCounters)
     const std::string registry = ReadFile("/tmp/prefix/config/disk_mgr.config");
     EXPECT_THAT(registry, ::testing::AllOf(::testing::HasSubstr("SATA-X1"), ::testing::HasSubstr("SAS-X2")));
 
-    SetCounters(400000, 2000); // in one interval, so a rate shows until the next
-    EXPECT_TRUE(corvaned.WaitForOutput([](const std::string &output) {
+    unsigned long reads = 1000;
+    EXPECT_TRUE(corvaned.WaitForOutput([&reads](const std::string &output) {
+        SetCounters(reads += 100000, 2000); // moves on with each status, so that every interval has a rate
         const CJsonPtr now = LastStatus(output);
         const cJSON *disk = FindDisk(now.get(), "SATA-X1");
         return IoNumber(disk, "readIops") > 0 && IoNumber(disk, "readIoBand") > 0;

@@ -3,7 +3,7 @@
 #include <cstdlib>
 #include <dlfcn.h>
 
-namespace abi {
+namespace lib {
 
 namespace {
 
@@ -39,4 +39,4 @@ void *Address(const char *name)
     return address;
 }
 
-} // namespace abi
+} // namespace lib

@@ -13,7 +13,7 @@
 #include <cstdio>
 #include <ctime>
 
-namespace abi {
+namespace lib {
 
 /** Open the library. Everything below works from then on. */
 void Open();
@@ -184,14 +184,17 @@ struct CorvaneThreadParam {
 static_assert(sizeof(CorvaneThreadParam) == 24);
 
 /** A global of the library. */
-template <typename T> T &Global(const char *name)
+template <typename T>
+T &Global(const char *name)
 {
     return *static_cast<T *>(Address(name));
 }
 
-template <typename Signature> struct Call;
+template <typename Signature>
+struct Call;
 /** A function of the library, looked up by its name at each call. */
-template <typename R, typename... A> struct Call<R(A...)> {
+template <typename R, typename... A>
+struct Call<R(A...)> {
     const char *name;
     R operator()(A... args) const { return reinterpret_cast<R (*)(A...)>(Address(name))(args...); }
 };
@@ -302,6 +305,6 @@ inline constexpr Call<void()> DataMgrDisable{"DataMgrDisable"};
 inline constexpr Call<uint32_t(DiskIoInfoFrame *, DiskIoInfoFrame *)> IoStatCheck{"IoStatCheck"};
 inline constexpr Call<uint32_t(DiskIoInfoFrame *, DiskIoInfoFrame *, DiskIoStatInfo *)> IoStatInfoCal{"IoStatInfoCal"};
 
-} // namespace abi
+} // namespace lib
 
 #endif

@@ -119,7 +119,9 @@ void FakeAgent::Accept()
             return;
         }
         const int fd = accept4(listenFd_, nullptr, nullptr, SOCK_CLOEXEC);
-        if (fd >= 0) {
+        if (fd >= 0 && refuse_) {
+            (void)close(fd);
+        } else if (fd >= 0) {
             connections_.emplace_back([this, fd] { Serve(fd); });
         }
     }
@@ -142,11 +144,11 @@ void FakeAgent::Serve(int fd)
     }
     // An agent that knows nothing of the method answers like one without disks.
     const FakeReply reply =
-        handler ? handler(request)
-                : FakeReply{FakeReply::TEXT, R"({"jsonrpc":"2.0","id":1,"result":{"disks":[]}})"};
-    if (reply.kind == FakeReply::TEXT) {
+        handler ? handler(request) : FakeReply{FakeReply::TEXT, R"({"jsonrpc":"2.0","id":1,"result":{"disks":[]}})"};
+    if (reply.kind == FakeReply::TEXT || reply.kind == FakeReply::HALF) {
         (void)send(fd, reply.text.data(), reply.text.size(), MSG_NOSIGNAL);
-    } else if (reply.kind == FakeReply::SILENT) {
+    }
+    if (reply.kind == FakeReply::SILENT || reply.kind == FakeReply::HALF) {
         for (ssize_t more = 1; more > 0;) {
             more = recv(fd, buffer.data(), buffer.size(), 0);
             if (more > 0) {

@@ -5,6 +5,7 @@
 #ifndef FAKE_AGENT_H
 #define FAKE_AGENT_H
 
+#include <atomic>
 #include <condition_variable>
 #include <functional>
 #include <map>
@@ -17,6 +18,7 @@
 struct FakeReply {
     enum Kind {
         TEXT,   /**< written at once, then the connection ends */
+        HALF,   /**< written at once, and the rest is kept back until the master gives up */
         CLOSE,  /**< the connection ends without a byte */
         SILENT, /**< nothing is written; whatever else comes is read until the master gives up */
     };
@@ -39,6 +41,9 @@ public:
     /** Answer @p method with these bytes. */
     void Bytes(const std::string &method, const std::string &text);
 
+    /** Close each connection before a byte of it is read. */
+    void RefuseAll() { refuse_ = true; }
+
     /** Requests of a method in order of arrival; of all methods if it is empty. */
     std::vector<std::string> Requests(const std::string &method = "") const;
     bool WaitForRequests(const std::string &method, size_t count, int seconds = 30) const;
@@ -59,6 +64,7 @@ private:
     std::map<std::string, Handler> handlers_;
     std::vector<std::string> requests_;
     std::vector<std::thread> connections_;
+    std::atomic<bool> refuse_{false};
     std::thread thread_;
 };
 

@@ -18,11 +18,10 @@ std::string BriefJson(const FakeDisk &disk)
 
 std::string BaseJson(const FakeDisk &disk)
 {
-    std::string text = R"({"device_name":")" + disk.device + R"(","serial_number":")" + disk.sn +
-                       R"(","vendor_id":")" + disk.vendor + R"(","disk_type":")" + disk.type +
-                       R"(","disk_media_type":")" + disk.media + R"(","model_number":")" + disk.model +
-                       R"(","firmware_revision":")" + disk.firmware + R"(","disk_capacity":")" + disk.capacity +
-                       R"(","sector_size":)" + disk.sector;
+    std::string text = R"({"device_name":")" + disk.device + R"(","serial_number":")" + disk.sn + R"(","vendor_id":")" +
+                       disk.vendor + R"(","disk_type":")" + disk.type + R"(","disk_media_type":")" + disk.media +
+                       R"(","model_number":")" + disk.model + R"(","firmware_revision":")" + disk.firmware +
+                       R"(","disk_capacity":")" + disk.capacity + R"(","sector_size":)" + disk.sector;
     if (!disk.pci.empty()) {
         text += R"(,"pci_address":")" + disk.pci + "\"";
     }
@@ -83,14 +82,14 @@ void ServeDisks(FakeAgent &agent, const std::vector<FakeDisk> &disks)
     }
 }
 
-abi::DiskSnRef Sn(const char *text)
+lib::DiskSnRef Sn(const char *text)
 {
     return {40, text};
 }
 
-abi::DiskMgrObj Record(const std::string &sn, uint32_t type)
+lib::DiskMgrObj Record(const std::string &sn, uint32_t type)
 {
-    abi::DiskMgrObj record{};
+    lib::DiskMgrObj record{};
     record.diskId = kById;
     record.frameId = kFail;
     record.slotId = kFail;
@@ -108,9 +107,9 @@ abi::DiskMgrObj Record(const std::string &sn, uint32_t type)
 
 namespace {
 
-abi::AgentInfo Agent(const char *name, const char *path)
+lib::AgentInfo Agent(const char *name, const char *path)
 {
-    abi::AgentInfo agent{};
+    lib::AgentInfo agent{};
     (void)std::snprintf(agent.name, sizeof(agent.name), "%s", name);
     (void)std::snprintf(agent.address.path, sizeof(agent.address.path), "%s", path);
     return agent;
@@ -118,12 +117,12 @@ abi::AgentInfo Agent(const char *name, const char *path)
 
 } // namespace
 
-abi::AgentInfo KernelAgent()
+lib::AgentInfo KernelAgent()
 {
     return Agent("unique_DCAK_agent", kKernelSocket);
 }
 
-abi::AgentInfo SpdkAgent()
+lib::AgentInfo SpdkAgent()
 {
     return Agent("unique_SPDK_agent", kSpdkSocket);
 }
@@ -177,8 +176,8 @@ HostTest::HostTest()
 
 void HostTest::Open()
 {
-    abi::Open();
-    ASSERT_EQ(abi::SetPrefixPath(prefix_.c_str()), 0u);
+    lib::Open();
+    ASSERT_EQ(lib::SetPrefixPath(prefix_.c_str()), 0u);
 }
 
 void HostTest::StartQuiet()
@@ -186,7 +185,7 @@ void HostTest::StartQuiet()
     WriteText(prefix_ + "/config/corvane_config.json", "{\n\t\"feature_switch\":\t0\n}");
     Open();
     uint32_t result = kFail;
-    startOutput_ = CaptureStdout([&] { result = abi::InitCorvane(1); });
+    startOutput_ = CaptureStdout([&] { result = lib::InitCorvane(1); });
     ASSERT_EQ(result, 0u) << startOutput_;
     ASSERT_EQ(HostLogged(6, "[INIT]feature switch is off, no need start query agent task"), 1u);
 }
@@ -195,28 +194,28 @@ void HostTest::AddAgents()
 {
     spdk_ = std::make_unique<FakeAgent>(kSpdkSocket);
     kernel_ = std::make_unique<FakeAgent>(kKernelSocket);
-    const abi::AgentInfo spdk = SpdkAgent();
-    const abi::AgentInfo kernel = KernelAgent();
-    ASSERT_EQ(abi::UpdateUniqueAgentList(&spdk, &cancelFlags_[0]), 0u);
-    ASSERT_EQ(abi::UpdateUniqueAgentList(&kernel, &cancelFlags_[1]), 0u);
+    const lib::AgentInfo spdk = SpdkAgent();
+    const lib::AgentInfo kernel = KernelAgent();
+    ASSERT_EQ(lib::UpdateUniqueAgentList(&spdk, &cancelFlags_[0]), 0u);
+    ASSERT_EQ(lib::UpdateUniqueAgentList(&kernel, &cancelFlags_[1]), 0u);
 }
 
-uint32_t HostTest::Query(uint32_t message, const abi::AgentInfo &agent, const std::vector<FakeDisk> &disks)
+uint32_t HostTest::Query(uint32_t message, const lib::AgentInfo &agent, const std::vector<FakeDisk> &disks)
 {
-    std::vector<abi::DiskBriefInfo> records(disks.size());
-    std::vector<abi::DiskBriefInfo *> list;
+    std::vector<lib::DiskBriefInfo> records(disks.size());
+    std::vector<lib::DiskBriefInfo *> list;
     for (size_t i = 0; i < disks.size(); i++) {
         (void)disks[i].sn.copy(records[i].serialNumber, sizeof(records[i].serialNumber) - 1);
         (void)disks[i].device.copy(records[i].deviceName, sizeof(records[i].deviceName) - 1);
         list.push_back(&records[i]);
     }
-    return abi::StepQueryMessageAndSave(message, &agent, list.data(), static_cast<uint32_t>(list.size()));
+    return lib::StepQueryMessageAndSave(message, &agent, list.data(), static_cast<uint32_t>(list.size()));
 }
 
-abi::DiskMgrObj HostTest::Base(uint32_t diskId)
+lib::DiskMgrObj HostTest::Base(uint32_t diskId)
 {
-    abi::DiskMgrObj record{};
-    EXPECT_EQ(abi::DiskBaseInfoCliGet(diskId, &record, sizeof(record)), 0u) << "disk " << diskId;
+    lib::DiskMgrObj record{};
+    EXPECT_EQ(lib::DiskBaseInfoCliGet(diskId, &record, sizeof(record)), 0u) << "disk " << diskId;
     return record;
 }
 

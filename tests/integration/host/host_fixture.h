@@ -33,7 +33,7 @@ struct FakeDisk {
     std::string capacity = "480103981056";
     std::string sector = "512";
     std::string media = "TLC";
-    std::string pci;
+    std::string pci = "";
 };
 
 std::string BriefJson(const FakeDisk &disk);
@@ -50,10 +50,10 @@ std::string Envelope(const std::string &result);
 /** The request without its number, which depends on what was sent before. */
 std::string WithoutId(const std::string &request);
 
-abi::DiskSnRef Sn(const char *text);
-abi::DiskMgrObj Record(const std::string &sn, uint32_t type = 2);
-abi::AgentInfo KernelAgent();
-abi::AgentInfo SpdkAgent();
+lib::DiskSnRef Sn(const char *text);
+lib::DiskMgrObj Record(const std::string &sn, uint32_t type = 2);
+lib::AgentInfo KernelAgent();
+lib::AgentInfo SpdkAgent();
 std::string ReadText(const std::string &path);
 void WriteText(const std::string &path, const std::string &text);
 /** What @p action writes to standard output. */
@@ -72,15 +72,20 @@ protected:
     /** The two agents in the library's list, in the order of a start, and served by the test; no threads. */
     void AddAgents();
     /** Scan once, on this thread. */
-    static void Scan() { abi::ScanAllAgentDeviceListScheduleTask(); }
+    static void Scan() { lib::ScanAllAgentDeviceListScheduleTask(); }
     /** Query one message of these disks of an agent and store it. */
-    static uint32_t Query(uint32_t message, const abi::AgentInfo &agent, const std::vector<FakeDisk> &disks);
+    static uint32_t Query(uint32_t message, const lib::AgentInfo &agent, const std::vector<FakeDisk> &disks);
 
-    static abi::DiskMgrObj Base(uint32_t diskId);
-    static bool Online(uint32_t diskId) { return abi::Global<abi::DataMgrObj *[128]>("g_diskDataMgr")[diskId] != nullptr; }
-    static abi::DataMgrObj &Object(uint32_t diskId)
+    static lib::DiskMgrObj Base(uint32_t diskId);
+    static bool Online(uint32_t diskId)
     {
-        return *abi::Global<abi::DataMgrObj *[128]>("g_diskDataMgr")[diskId];
+        lib::DiskMgrObj record{};
+        return lib::DiskBaseInfoCliGet(diskId, &record, sizeof(record)) == 0;
+    }
+    /** The object itself; only while no thread of the library is at work. */
+    static lib::DataMgrObj &Object(uint32_t diskId)
+    {
+        return *lib::Global<lib::DataMgrObj *[128]>("g_diskDataMgr")[diskId];
     }
     std::string Registry() const { return ReadText(prefix_ + "/config/disk_mgr.config"); }
     std::string RegistryPath() const { return prefix_ + "/config/disk_mgr.config"; }

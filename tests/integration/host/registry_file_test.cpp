@@ -37,20 +37,20 @@ protected:
     {
         size_t count = 0;
         for (uint32_t id = 0; id < 128; id++) {
-            abi::DiskMgrObj *object = nullptr;
-            count += abi::DiskInfoGet(id, &object) == 0 ? 1 : 0;
+            lib::DiskMgrObj *object = nullptr;
+            count += lib::DiskInfoGet(id, &object) == 0 ? 1 : 0;
         }
         return count;
     }
 
-    static uint64_t Counter() { return abi::CorvaneOsAtomicGet(abi::Global<void *>("g_diskNumAtomic")); }
+    static uint64_t Counter() { return lib::CorvaneOsAtomicGet(lib::Global<void *>("g_diskNumAtomic")); }
 };
 
 TEST_F(DiskInfoLoadConfigTest, BringsBackEveryFieldButTheDeviceName)
 {
     StartWith("[" + Entry(5, "SN-5") + "]");
 
-    const abi::DiskMgrObj record = Base(5);
+    const lib::DiskMgrObj record = Base(5);
 
     EXPECT_EQ(record.diskId, 5u);
     EXPECT_EQ(record.diskState, 0u);
@@ -114,7 +114,7 @@ TEST_F(DiskInfoLoadConfigTest, ArrayOf64IsTakenAndLeavesNoRoom)
     EXPECT_EQ(Registered(), 64u);
     EXPECT_EQ(Counter(), 64u);
     uint32_t id = 999;
-    EXPECT_EQ(abi::GetNewDiskId(Sn("SN-NEW"), &id), 2u);
+    EXPECT_EQ(lib::GetNewDiskId(Sn("SN-NEW"), &id), 2u);
     EXPECT_EQ(id, 999u);
 }
 
@@ -145,8 +145,8 @@ TEST_F(DiskInfoLoadConfigTest, EmptyCapacityReadsAs0)
 
 TEST_F(DiskInfoLoadConfigTest, BadEntryBehind64KeepsThoseFrom64)
 {
-    StartWith("[" + Entry(1, "SN-1") + "," + Entry(70, "SN-70") + "," + Entry(2, "SN-2", "\"diskState\":0", "\"diskState\":2") +
-              "]");
+    StartWith("[" + Entry(1, "SN-1") + "," + Entry(70, "SN-70") + "," +
+              Entry(2, "SN-2", "\"diskState\":0", "\"diskState\":2") + "]");
 
     EXPECT_EQ(Registered(), 1u);
     EXPECT_STREQ(Base(70).sn, "SN-70");
@@ -201,7 +201,7 @@ INSTANTIATE_TEST_SUITE_P(
                     BadEntry{"NoFirmware", ",\"firmware\":\"FW1\"", "", "firmware", "Value string not exist."},
                     BadEntry{"NoFrame", ",\"frameId\":1", "", "frameId",
                              "Check Disk Mgr Obj CJson Fail, Member frameId not exist."}),
-    [](const auto &info) { return info.param.name; });
+    [](const auto &one) { return one.param.name; });
 
 class LoadCJsonFromFileTest : public DiskInfoLoadConfigTest {};
 
@@ -213,7 +213,7 @@ TEST_F(LoadCJsonFromFileTest, TargetBeatsAPartialCopyWhichStaysUntilTheNextSave)
     EXPECT_STREQ(Base(0).sn, "SN-OLD");
     EXPECT_TRUE(std::filesystem::exists(RegistryPath() + ".wal"));
 
-    EXPECT_EQ(abi::DiskInfoSavetoConfig(), 0u);
+    EXPECT_EQ(lib::DiskInfoSavetoConfig(), 0u);
     EXPECT_FALSE(std::filesystem::exists(RegistryPath() + ".wal"));
     EXPECT_THAT(Registry(), HasSubstr("\"SN-OLD\""));
 }
@@ -258,7 +258,7 @@ TEST_F(LoadCJsonFromFileTest, FailedRenameReturnsTheTreeAndKeepsTheCopy)
     WriteText("/tmp/data/target/full", ""); // a folder that is not empty cannot be replaced
     WriteText("/tmp/data/target.wal", "[1,2]");
 
-    cJSON *tree = abi::LoadCJsonFromFile("/tmp/data/target");
+    cJSON *tree = lib::LoadCJsonFromFile("/tmp/data/target");
 
     ASSERT_NE(tree, nullptr);
     EXPECT_EQ(cJSON_GetArraySize(tree), 2);
@@ -278,7 +278,7 @@ protected:
 
     uint32_t Save(const char *path, const char *user = "corvane_user", const char *group = "corvane_group")
     {
-        return abi::SaveCJsonToFile(path, tree_.get(), 0640, user, group);
+        return lib::SaveCJsonToFile(path, tree_.get(), 0640, user, group);
     }
 
     std::unique_ptr<cJSON, void (*)(cJSON *)> tree_{nullptr, cJSON_Delete};
@@ -341,7 +341,7 @@ TEST_F(SaveCJsonToFileTest, FullDiskKeepsTheTarget)
     cJSON *large = cJSON_CreateArray();
     (void)cJSON_AddItemToArray(large, cJSON_CreateString(std::string(20000, 'x').c_str()));
 
-    const uint32_t result = abi::SaveCJsonToFile("/tmp/small/file", large, 0640, "corvane_user", "corvane_group");
+    const uint32_t result = lib::SaveCJsonToFile("/tmp/small/file", large, 0640, "corvane_user", "corvane_group");
     cJSON_Delete(large);
 
     EXPECT_EQ(result, kFail);
@@ -364,7 +364,7 @@ TEST_F(SaveCJsonToFileTest, FailedRenameLeavesTheWholeCopyForTheNextLoad)
 
 TEST_F(SaveCJsonToFileTest, NullTreeIsRefused)
 {
-    EXPECT_EQ(abi::SaveCJsonToFile("/tmp/data/file", nullptr, 0640, "corvane_user", "corvane_group"), kFail);
+    EXPECT_EQ(lib::SaveCJsonToFile("/tmp/data/file", nullptr, 0640, "corvane_user", "corvane_group"), kFail);
 
     EXPECT_EQ(HostLogged(7, "[DISK_MGR]pCJson is null"), 1u);
     EXPECT_FALSE(std::filesystem::exists("/tmp/data/file"));
@@ -378,11 +378,11 @@ TEST_F(TryLoadCJsonFromFileTest, SaysWhichFileIsMissingAndNothingAboutBadText)
     WriteText("/tmp/bad.json", "{");
     ClearHostLines();
 
-    EXPECT_EQ(abi::TryLoadCJsonFromFile("/tmp/none.json"), nullptr);
+    EXPECT_EQ(lib::TryLoadCJsonFromFile("/tmp/none.json"), nullptr);
     EXPECT_EQ(HostLogged(3, "[DISK_MGR]TryLoadCJsonFromFile /tmp/none.json fail, file not exist"), 1u);
     ClearHostLines();
-    EXPECT_EQ(abi::TryLoadCJsonFromFile("/tmp/bad.json"), nullptr);
-    EXPECT_EQ(abi::LoadIfExisitAndVaild("/tmp/none.json"), nullptr);
+    EXPECT_EQ(lib::TryLoadCJsonFromFile("/tmp/bad.json"), nullptr);
+    EXPECT_EQ(lib::LoadIfExisitAndVaild("/tmp/none.json"), nullptr);
     EXPECT_TRUE(HostLines().empty());
 }
 

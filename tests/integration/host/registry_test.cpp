@@ -17,21 +17,21 @@ protected:
     static uint32_t Add(const std::string &sn)
     {
         uint32_t id = kFail;
-        EXPECT_EQ(abi::GetNewDiskId(Sn(sn.c_str()), &id), 0u);
-        abi::DiskMgrObj record = Record(sn);
-        EXPECT_EQ(abi::DiskInfoUpdate(id, &record), 0u);
+        EXPECT_EQ(lib::GetNewDiskId(Sn(sn.c_str()), &id), 0u);
+        lib::DiskMgrObj record = Record(sn);
+        EXPECT_EQ(lib::DiskInfoUpdate(id, &record), 0u);
         return id;
     }
 
     static uint32_t Remove(uint32_t id, const std::string &sn)
     {
-        abi::DiskMgrObj record = Record(sn);
+        lib::DiskMgrObj record = Record(sn);
         record.diskState = 2;
-        return abi::DiskInfoUpdate(id, &record);
+        return lib::DiskInfoUpdate(id, &record);
     }
 
-    static uint64_t Counter() { return abi::CorvaneOsAtomicGet(abi::Global<void *>("g_diskNumAtomic")); }
-    static abi::DiskMgrObj *Slot(uint32_t id) { return abi::Global<abi::DiskMgrObj *[128]>("g_diskMgrObj")[id]; }
+    static uint64_t Counter() { return lib::CorvaneOsAtomicGet(lib::Global<void *>("g_diskNumAtomic")); }
+    static lib::DiskMgrObj *Slot(uint32_t id) { return lib::Global<lib::DiskMgrObj *[128]>("g_diskMgrObj")[id]; }
 };
 
 class GetNewDiskIdTest : public DiskRegistryTest {};
@@ -41,8 +41,8 @@ TEST_F(GetNewDiskIdTest, GivesTheSameIdentifierUntilItIsTaken)
     uint32_t first = kFail;
     uint32_t second = kFail;
 
-    EXPECT_EQ(abi::GetNewDiskId(Sn("SN-A"), &first), 0u);
-    EXPECT_EQ(abi::GetNewDiskId(Sn("SN-B"), &second), 0u);
+    EXPECT_EQ(lib::GetNewDiskId(Sn("SN-A"), &first), 0u);
+    EXPECT_EQ(lib::GetNewDiskId(Sn("SN-B"), &second), 0u);
 
     EXPECT_EQ(first, 0u);
     EXPECT_EQ(second, 0u);
@@ -58,7 +58,7 @@ TEST_F(GetNewDiskIdTest, ALeftIdentifierWaitsForTheCursorToWrap)
     EXPECT_EQ(Remove(1, "SN-1"), 0u);
 
     EXPECT_EQ(Add("SN-3"), 3u);
-    abi::Global<uint32_t>("g_nextUnusedDiskId") = 127;
+    lib::Global<uint32_t>("g_nextUnusedDiskId") = 127;
     EXPECT_EQ(Add("SN-127"), 127u);
     EXPECT_EQ(Add("SN-W"), 1u);
 }
@@ -80,7 +80,7 @@ TEST_F(GetNewDiskIdTest, Gives2At64Disks)
     }
 
     uint32_t id = 500;
-    EXPECT_EQ(abi::GetNewDiskId(Sn("SN-MORE"), &id), 2u);
+    EXPECT_EQ(lib::GetNewDiskId(Sn("SN-MORE"), &id), 2u);
     EXPECT_EQ(id, 500u);
 }
 
@@ -88,8 +88,8 @@ TEST_F(GetNewDiskIdTest, RefusesALengthOf41AndNoText)
 {
     uint32_t id = 0;
 
-    EXPECT_EQ(abi::GetNewDiskId({41, "SN"}, &id), kFail);
-    EXPECT_EQ(abi::GetNewDiskId({2, nullptr}, &id), kFail);
+    EXPECT_EQ(lib::GetNewDiskId({41, "SN"}, &id), kFail);
+    EXPECT_EQ(lib::GetNewDiskId({2, nullptr}, &id), kFail);
 
     EXPECT_EQ(HostLogged(3, "[DISK_MGR]DiskBaseInfoSet Param error, sn_len = 41"), 1u);
     EXPECT_EQ(HostLogged(3, "[DISK_MGR]DiskBaseInfoSet Param error, sn_len = 2"), 1u);
@@ -103,11 +103,11 @@ TEST_F(GetDiskIdBySnTest, FindsByTextWhateverTheLength)
     (void)Add("SN-1");
     uint32_t id = kFail;
 
-    EXPECT_EQ(abi::GetDiskIdBySn({1, "SN-1"}, &id), 0u);
+    EXPECT_EQ(lib::GetDiskIdBySn({1, "SN-1"}, &id), 0u);
 
     EXPECT_EQ(id, 1u);
-    EXPECT_EQ(abi::IsSNExist(Sn("SN-1")), 0u);
-    EXPECT_EQ(abi::IsSNExist(Sn("SN-X")), kFail);
+    EXPECT_EQ(lib::IsSNExist(Sn("SN-1")), 0u);
+    EXPECT_EQ(lib::IsSNExist(Sn("SN-X")), kFail);
 }
 
 TEST_F(GetDiskIdBySnTest, ListsTheDisksWhenItDoesNotKnowOne)
@@ -116,7 +116,7 @@ TEST_F(GetDiskIdBySnTest, ListsTheDisksWhenItDoesNotKnowOne)
     (void)Add("SN-1");
     uint32_t id = 77;
 
-    EXPECT_EQ(abi::GetDiskIdBySn(Sn("SN-X"), &id), 4u);
+    EXPECT_EQ(lib::GetDiskIdBySn(Sn("SN-X"), &id), 4u);
 
     EXPECT_EQ(id, 77u);
     EXPECT_EQ(HostLogged(7, "[DISK_MGR]GetDiskIdBySn can't find sn = SN-X"), 1u);
@@ -129,7 +129,7 @@ TEST_F(GetDiskIdBySnTest, RefusesALengthOf41)
     (void)Add("SN-0");
     uint32_t id = 0;
 
-    EXPECT_EQ(abi::GetDiskIdBySn({41, "SN-0"}, &id), kFail);
+    EXPECT_EQ(lib::GetDiskIdBySn({41, "SN-0"}, &id), kFail);
 
     EXPECT_EQ(HostLogged(3, "[DISK_MGR]DiskBaseInfoSet Param error, sn len = 41"), 1u);
 }
@@ -138,14 +138,14 @@ class DiskInfoUpdateTest : public DiskRegistryTest {};
 
 TEST_F(DiskInfoUpdateTest, WritesTheFileToTheByte)
 {
-    abi::DiskMgrObj record = Record("SN-0");
+    lib::DiskMgrObj record = Record("SN-0");
     record.diskState = 5; // a new disk is normal, whatever the record says
-    ASSERT_EQ(abi::DiskInfoUpdate(0, &record), 0u);
-    abi::DiskMgrObj nvme = Record("SN \"3\"", 0);
+    ASSERT_EQ(lib::DiskInfoUpdate(0, &record), 0u);
+    lib::DiskMgrObj nvme = Record("SN \"3\"", 0);
     nvme.slotId = 12;
     nvme.frameId = 4;
     (void)std::snprintf(nvme.pciAddr, sizeof(nvme.pciAddr), "%s", "0000:81:00.0");
-    ASSERT_EQ(abi::DiskInfoUpdate(3, &nvme), 0u);
+    ASSERT_EQ(lib::DiskInfoUpdate(3, &nvme), 0u);
 
     EXPECT_EQ(Registry(), "[{\n"
                           "\t\t\"diskId\":\t0,\n"
@@ -194,19 +194,19 @@ TEST_F(DiskInfoUpdateTest, RemovingTheLastDiskLeavesAnEmptyArray)
 
 TEST_F(DiskInfoUpdateTest, RefusesBadArguments)
 {
-    abi::DiskMgrObj record = Record("SN-0");
+    lib::DiskMgrObj record = Record("SN-0");
 
-    EXPECT_EQ(abi::DiskInfoUpdate(128, &record), 7u);
-    EXPECT_EQ(abi::DiskInfoUpdate(0, nullptr), 7u);
+    EXPECT_EQ(lib::DiskInfoUpdate(128, &record), 7u);
+    EXPECT_EQ(lib::DiskInfoUpdate(0, nullptr), 7u);
 }
 
 TEST_F(DiskInfoUpdateTest, RefusesASerialThatIsRegisteredElsewhere)
 {
     (void)Add("SN-0");
     const std::string before = Registry();
-    abi::DiskMgrObj record = Record("SN-0");
+    lib::DiskMgrObj record = Record("SN-0");
 
-    EXPECT_EQ(abi::DiskInfoUpdate(5, &record), kFail);
+    EXPECT_EQ(lib::DiskInfoUpdate(5, &record), kFail);
 
     EXPECT_EQ(Slot(5), nullptr);
     EXPECT_EQ(Counter(), 1u);
@@ -223,9 +223,9 @@ TEST_F(DiskInfoUpdateTest, RefusesAnOfflineRecordOnAnEmptySlot)
 TEST_F(DiskInfoUpdateTest, RefusesAnotherSerialOnATakenSlot)
 {
     (void)Add("SN-0");
-    abi::DiskMgrObj record = Record("SN-1");
+    lib::DiskMgrObj record = Record("SN-1");
 
-    EXPECT_EQ(abi::DiskInfoUpdate(0, &record), kFail);
+    EXPECT_EQ(lib::DiskInfoUpdate(0, &record), kFail);
 
     EXPECT_STREQ(Slot(0)->sn, "SN-0");
     EXPECT_EQ(HostLogged(3, "[DISK_MGR]disk info update failed, input SN (SN-1) does not match saved SN (SN-0) under "
@@ -236,15 +236,15 @@ TEST_F(DiskInfoUpdateTest, RefusesAnotherSerialOnATakenSlot)
 TEST_F(DiskInfoUpdateTest, FailedSaveOfANewDiskLeavesNothing)
 {
     BlockSaves();
-    abi::DiskMgrObj record = Record("SN-0");
+    lib::DiskMgrObj record = Record("SN-0");
 
-    EXPECT_EQ(abi::DiskInfoUpdate(0, &record), kFail);
+    EXPECT_EQ(lib::DiskInfoUpdate(0, &record), kFail);
 
     EXPECT_EQ(Slot(0), nullptr);
     EXPECT_EQ(Counter(), 0u);
     EXPECT_EQ(HostLogged(3, "[DISK_MGR]Save Disk Info Json To File error"), 1u);
-    EXPECT_EQ(HostLogged(3, "[DISK_MGR]DiskInfoUpdate DiskInfoSavetoConfig fail , config file path = " + RegistryPath()),
-              1u);
+    EXPECT_EQ(
+        HostLogged(3, "[DISK_MGR]DiskInfoUpdate DiskInfoSavetoConfig fail , config file path = " + RegistryPath()), 1u);
 }
 
 TEST_F(DiskInfoUpdateTest, FailedSaveKeepsTheDiskThatShouldGo)
@@ -260,7 +260,7 @@ TEST_F(DiskInfoUpdateTest, FailedSaveKeepsTheDiskThatShouldGo)
     EXPECT_EQ(Counter(), 1u);
     EXPECT_EQ(Registry(), before);
     UnblockSaves();
-    EXPECT_EQ(abi::DiskInfoSavetoConfig(), 0u);
+    EXPECT_EQ(lib::DiskInfoSavetoConfig(), 0u);
     EXPECT_EQ(Registry(), before);
 }
 
@@ -268,11 +268,11 @@ TEST_F(DiskInfoUpdateTest, FailedSaveOfAChangeKeepsTheChangeInMemory)
 {
     (void)Add("SN-0");
     BlockSaves();
-    abi::DiskMgrObj record = Record("SN-0");
+    lib::DiskMgrObj record = Record("SN-0");
     record.diskId = 0;
     record.slotId = 9;
 
-    EXPECT_EQ(abi::DiskInfoUpdate(0, &record), kFail);
+    EXPECT_EQ(lib::DiskInfoUpdate(0, &record), kFail);
 
     EXPECT_EQ(Slot(0)->slotId, 9u);
 }
@@ -282,26 +282,23 @@ class DiskInfoGetTest : public DiskRegistryTest {};
 TEST_F(DiskInfoGetTest, HandsOutTheLiveObjectAndRefusesTheRest)
 {
     (void)Add("SN-0");
-    abi::DiskMgrObj *object = nullptr;
+    lib::DiskMgrObj *object = nullptr;
 
-    EXPECT_EQ(abi::DiskInfoGet(0, &object), 0u);
+    EXPECT_EQ(lib::DiskInfoGet(0, &object), 0u);
     EXPECT_EQ(object, Slot(0));
-    EXPECT_EQ(abi::DiskInfoGet(1, &object), 1u);
-    EXPECT_EQ(abi::DiskInfoGet(128, &object), 1u);
+    EXPECT_EQ(lib::DiskInfoGet(1, &object), 1u);
+    EXPECT_EQ(lib::DiskInfoGet(128, &object), 1u);
 }
 
 class GetAllSnAndDiskIdTest : public DiskRegistryTest {
 protected:
     struct List {
         char text[3][40];
-        abi::DiskSnRef sns[3];
+        lib::DiskSnRef sns[3];
         uint32_t ids[3];
     };
 
-    static List Empty()
-    {
-        return {};
-    }
+    static List Empty() { return {}; }
 
     static void Point(List &list)
     {
@@ -321,13 +318,13 @@ TEST_F(GetAllSnAndDiskIdTest, FitsExactlyAndOneLessIs6WithTheCount)
     Point(list);
     uint32_t count = 0;
 
-    EXPECT_EQ(abi::GetAllSnAndDiskId(list.ids, list.sns, 2, &count), 0u);
+    EXPECT_EQ(lib::GetAllSnAndDiskId(list.ids, list.sns, 2, &count), 0u);
     EXPECT_EQ(count, 2u);
     EXPECT_EQ(list.ids[0], 0u);
     EXPECT_EQ(list.ids[1], 2u);
     EXPECT_STREQ(list.text[1], "SN-2");
     count = 0;
-    EXPECT_EQ(abi::GetAllSnAndDiskId(list.ids, list.sns, 1, &count), 6u);
+    EXPECT_EQ(lib::GetAllSnAndDiskId(list.ids, list.sns, 1, &count), 6u);
     EXPECT_EQ(count, 2u);
 }
 
@@ -339,28 +336,28 @@ TEST_F(GetAllSnAndDiskIdTest, TooSmallATextIsAFailure)
     list.sns[0].len = 4; // no room for the terminator
     uint32_t count = 0;
 
-    EXPECT_EQ(abi::GetAllSnAndDiskId(list.ids, list.sns, 3, &count), kFail);
+    EXPECT_EQ(lib::GetAllSnAndDiskId(list.ids, list.sns, 3, &count), kFail);
 }
 
 class DiskMgrInitTest : public DiskRegistryTest {};
 
 TEST_F(DiskMgrInitTest, RefusesASecondStart)
 {
-    EXPECT_EQ(abi::DiskMgrInit("/tmp/other.config"), kFail);
+    EXPECT_EQ(lib::DiskMgrInit("/tmp/other.config"), kFail);
 
     EXPECT_EQ(HostLogged(6, "[DISK_MGR]Disk Mgr Model Init start = /tmp/other.config"), 1u);
     EXPECT_EQ(HostLogged(4, "[DISK_MGR]Disk Mgr Model already init"), 1u);
-    EXPECT_STREQ(abi::Global<char *>("g_configFilePath"), RegistryPath().c_str());
+    EXPECT_STREQ(lib::Global<char *>("g_configFilePath"), RegistryPath().c_str());
 }
 
 TEST_F(DiskMgrInitTest, TakesAnotherFileAfterTheEndOfTheFirst)
 {
-    EXPECT_EQ(abi::DiskMgrDestroy(), 0u);
-    EXPECT_FALSE(abi::Global<bool>("g_diskMgrInited"));
+    EXPECT_EQ(lib::DiskMgrDestroy(), 0u);
+    EXPECT_FALSE(lib::Global<bool>("g_diskMgrInited"));
     EXPECT_EQ(HostLogged(6, "[DISK_MGR]Disk Mgr Model start destory"), 1u);
     EXPECT_EQ(HostLogged(6, "[DISK_MGR]Disk Mgr Model destory success"), 1u);
 
-    EXPECT_EQ(abi::DiskMgrInit("/tmp/other.config"), 0u);
+    EXPECT_EQ(lib::DiskMgrInit("/tmp/other.config"), 0u);
     (void)Add("SN-0");
     EXPECT_THAT(ReadText("/tmp/other.config"), testing::HasSubstr("SN-0"));
 }
@@ -370,14 +367,14 @@ class DiskMgrDestroyTest : public DiskRegistryTest {};
 TEST_F(DiskMgrDestroyTest, KeepsTheObjectsFrom64)
 {
     (void)Add("SN-0");
-    abi::Global<uint32_t>("g_nextUnusedDiskId") = 64;
+    lib::Global<uint32_t>("g_nextUnusedDiskId") = 64;
     EXPECT_EQ(Add("SN-64"), 64u);
 
-    EXPECT_EQ(abi::DiskMgrDestroy(), 0u);
+    EXPECT_EQ(lib::DiskMgrDestroy(), 0u);
 
     EXPECT_EQ(Slot(0), nullptr);
     EXPECT_NE(Slot(64), nullptr);
-    EXPECT_EQ(abi::DiskMgrDestroy(), 0u);
+    EXPECT_EQ(lib::DiskMgrDestroy(), 0u);
     EXPECT_EQ(HostLogged(3, "[DISK_MGR]Disk Mgr Model no init,can't destroy"), 1u);
 }
 

@@ -25,15 +25,16 @@ uint32_t FailedStep()
     return g_stepStatus;
 }
 
-template <int Row> uint32_t Finalize()
+template <int Row>
+uint32_t Finalize()
 {
     g_finalized.push_back(std::to_string(Row));
     return Row == 9 ? 5 : 0; // a finalizer that fails does not stop the others
 }
 
-abi::InitFiniStep *Steps()
+lib::InitFiniStep *Steps()
 {
-    return abi::Global<abi::InitFiniStep[16]>("g_corvaneInitFiniSteps");
+    return lib::Global<lib::InitFiniStep[16]>("g_corvaneInitFiniSteps");
 }
 
 class InitCorvaneTest : public HostTest {
@@ -46,7 +47,7 @@ protected:
         const pid_t child = fork();
         if (child == 0) {
             uint32_t result = 0;
-            (void)CaptureStdout([&] { result = abi::InitCorvane(mode); });
+            (void)CaptureStdout([&] { result = lib::InitCorvane(mode); });
             (void)!write(ends[1], &result, sizeof(result));
             _exit(0);
         }
@@ -67,13 +68,13 @@ protected:
         const std::string path = prefix + "/lib/libnordiagnose.so";
         std::filesystem::copy_file(LIBNORDIAGNOSE_PATH, path, std::filesystem::copy_options::overwrite_existing);
         ASSERT_NE(dlopen(path.c_str(), RTLD_NOW | RTLD_GLOBAL), nullptr) << dlerror();
-        abi::Open();
+        lib::Open();
     }
 
     uint32_t Start()
     {
         uint32_t result = 0;
-        startOutput_ = CaptureStdout([&] { result = abi::InitCorvane(0); });
+        startOutput_ = CaptureStdout([&] { result = lib::InitCorvane(0); });
         return result;
     }
 
@@ -95,13 +96,13 @@ TEST_F(InitCorvaneTest, Mode1RunsTheStepsWithTheHostsOperations)
 
     StartQuiet();
 
-    EXPECT_EQ(*abi::GetCorvaneStartMode(), 1u);
-    EXPECT_EQ(abi::Global<uint32_t>("g_corvaneStartMode"), 1u);
-    EXPECT_STREQ(abi::GetPrefixPath(), prefix_.c_str());
-    EXPECT_THAT(HostCalls(), ElementsAre("norax_Init", "norlog_set_file_path_ext(/var/log/corvane/,/var/log/corvane/)",
-                                         "norlog_init", "norlog_set_backup_num(100)",
-                                         "DBG_DiagnoseAgentInit(" + pid + ",corvane)", "nor_mm_pool_init",
-                                         "norlog_loglevel_get(999)"));
+    EXPECT_EQ(*lib::GetCorvaneStartMode(), 1u);
+    EXPECT_EQ(lib::Global<uint32_t>("g_corvaneStartMode"), 1u);
+    EXPECT_STREQ(lib::GetPrefixPath(), prefix_.c_str());
+    EXPECT_THAT(HostCalls(),
+                ElementsAre("norax_Init", "norlog_set_file_path_ext(/var/log/corvane/,/var/log/corvane/)",
+                            "norlog_init", "norlog_set_backup_num(100)", "DBG_DiagnoseAgentInit(" + pid + ",corvane)",
+                            "nor_mm_pool_init", "norlog_loglevel_get(999)"));
 }
 
 TEST_F(InitCorvaneTest, MessagesGoToStandardOutputUntilTheTableIsFilled)
@@ -116,8 +117,7 @@ TEST_F(InitCorvaneTest, MessagesGoToStandardOutputUntilTheTableIsFilled)
                     HasSubstr(std::string("[INIT] DEBUG : Corvane step(") + step + ") initialize start.\n" +
                               "[INIT] DEBUG : Corvane step(" + step + ") initialize success.\n"));
     }
-    EXPECT_THAT(startOutput_,
-                HasSubstr("[INIT] DEBUG : Corvane step(InfraAdapter_VELMAR-Lite) initialize start.\n"));
+    EXPECT_THAT(startOutput_, HasSubstr("[INIT] DEBUG : Corvane step(InfraAdapter_VELMAR-Lite) initialize start.\n"));
     EXPECT_THAT(startOutput_, Not(HasSubstr("step(InfraAdapter_VELMAR-Lite) initialize success.")));
     EXPECT_EQ(HostLogged(7, "[INIT]Corvane step(InfraAdapter_VELMAR-Lite) initialize success."), 1u);
     for (const char *step : {"CONFIG", "DISK_MGR", "DATA_MGR", "DCM"}) {
@@ -148,9 +148,22 @@ TEST_F(InitCorvaneTest, TheTableNamesSixteenStepsInOrder)
 {
     Open();
 
-    const char *names[16] = {"Process_Check", "norax", "norlog", "DBG_DiagnoseAgent", "nor_mm_pool",
-                             "InfraAdapter_VELMAR-Lite", "schedule_task_frame", "CONFIG", "DISK_MGR", "DRM",
-                             "DATA_MGR", "HOT_PLUG", "Cli-Server", "DCM", "TracePoint", "diagnose"};
+    const char *names[16] = {"Process_Check",
+                             "norax",
+                             "norlog",
+                             "DBG_DiagnoseAgent",
+                             "nor_mm_pool",
+                             "InfraAdapter_VELMAR-Lite",
+                             "schedule_task_frame",
+                             "CONFIG",
+                             "DISK_MGR",
+                             "DRM",
+                             "DATA_MGR",
+                             "HOT_PLUG",
+                             "Cli-Server",
+                             "DCM",
+                             "TracePoint",
+                             "diagnose"};
 
     for (int i = 0; i < 16; i++) {
         EXPECT_STREQ(Steps()[i].name, names[i]);
@@ -167,7 +180,7 @@ TEST_F(InitCorvaneTest, LowerCaseEntryIsTheSame)
     Open();
     uint32_t result = 0;
 
-    const std::string output = CaptureStdout([&] { result = abi::initCorvane(2); });
+    const std::string output = CaptureStdout([&] { result = lib::initCorvane(2); });
 
     EXPECT_EQ(result, kFail);
     EXPECT_EQ(output, "[INIT] DEBUG : Error start mode (2)\n");
@@ -176,13 +189,13 @@ TEST_F(InitCorvaneTest, LowerCaseEntryIsTheSame)
 TEST_F(InitCorvaneTest, Mode2LeavesTheModeAndStartsNothing)
 {
     Open();
-    abi::Global<uint32_t>("g_corvaneStartMode") = 1;
+    lib::Global<uint32_t>("g_corvaneStartMode") = 1;
     uint32_t result = 0;
 
-    const std::string output = CaptureStdout([&] { result = abi::InitCorvane(2); });
+    const std::string output = CaptureStdout([&] { result = lib::InitCorvane(2); });
 
     EXPECT_EQ(result, kFail);
-    EXPECT_EQ(*abi::GetCorvaneStartMode(), 1u);
+    EXPECT_EQ(*lib::GetCorvaneStartMode(), 1u);
     EXPECT_EQ(output, "[INIT] DEBUG : Error start mode (2)\n");
     EXPECT_TRUE(HostCalls().empty());
 }
@@ -218,13 +231,13 @@ TEST_F(InitCorvaneTest, ModesExcludeEachOtherAsTheirLocksDo)
 TEST_F(InitCorvaneTest, FailureInTheLockStepCallsNoFinalizer)
 {
     Open();
-    ASSERT_EQ(abi::SetPrefixPath("/tmp/nothing-here"), 0u);
+    ASSERT_EQ(lib::SetPrefixPath("/tmp/nothing-here"), 0u);
     for (int i = 0; i < 16; i++) {
         Steps()[i].fini = Finalize<1>;
     }
     uint32_t result = 0;
 
-    const std::string output = CaptureStdout([&] { result = abi::InitCorvane(1); });
+    const std::string output = CaptureStdout([&] { result = lib::InitCorvane(1); });
 
     EXPECT_EQ(result, static_cast<uint32_t>(ENOENT));
     EXPECT_TRUE(g_finalized.empty());
@@ -245,7 +258,7 @@ TEST_F(InitCorvaneTest, FailureInStep10FinalizesNineSixFourThreeTwoOne)
     uint32_t result = 0;
     WriteText(prefix_ + "/config/corvane_config.json", "{}");
 
-    startOutput_ = CaptureStdout([&] { result = abi::InitCorvane(1); });
+    startOutput_ = CaptureStdout([&] { result = lib::InitCorvane(1); });
 
     EXPECT_EQ(result, 77u);
     EXPECT_EQ(HostLogged(3, "[INIT]Corvane step(DATA_MGR) initialize failed(ret:77)."), 1u);
@@ -256,23 +269,21 @@ TEST_F(InitCorvaneTest, FailureInStep10FinalizesNineSixFourThreeTwoOne)
             walk.push_back(line.text);
         }
     }
-    EXPECT_THAT(walk,
-                ElementsAre("[INIT]Corvane step(DRM) finalize start. ", "[INIT]Corvane step(DRM) finalized(ret:5).",
-                            "[INIT]Corvane step(schedule_task_frame) finalize start. ",
-                            "[INIT]Corvane step(schedule_task_frame) finalized(ret:0).",
-                            "[INIT]Corvane step(nor_mm_pool) finalize start. ",
-                            "[INIT]Corvane step(nor_mm_pool) finalized(ret:0).",
-                            "[INIT]Corvane step(DBG_DiagnoseAgent) finalize start. ",
-                            "[INIT]Corvane step(DBG_DiagnoseAgent) finalized(ret:0).",
-                            "[INIT]Corvane step(norlog) finalize start. ",
-                            "[INIT]Corvane step(norlog) finalized(ret:0).",
-                            "[INIT]Corvane step(norax) finalize start. ",
-                            "[INIT]Corvane step(norax) finalized(ret:0)."));
+    EXPECT_THAT(
+        walk, ElementsAre("[INIT]Corvane step(DRM) finalize start. ", "[INIT]Corvane step(DRM) finalized(ret:5).",
+                          "[INIT]Corvane step(schedule_task_frame) finalize start. ",
+                          "[INIT]Corvane step(schedule_task_frame) finalized(ret:0).",
+                          "[INIT]Corvane step(nor_mm_pool) finalize start. ",
+                          "[INIT]Corvane step(nor_mm_pool) finalized(ret:0).",
+                          "[INIT]Corvane step(DBG_DiagnoseAgent) finalize start. ",
+                          "[INIT]Corvane step(DBG_DiagnoseAgent) finalized(ret:0).",
+                          "[INIT]Corvane step(norlog) finalize start. ", "[INIT]Corvane step(norlog) finalized(ret:0).",
+                          "[INIT]Corvane step(norax) finalize start. ", "[INIT]Corvane step(norax) finalized(ret:0)."));
     const std::vector<std::string> calls = HostCalls();
     ASSERT_GE(calls.size(), 4u);
-    EXPECT_THAT(std::vector<std::string>(calls.end() - 4, calls.end()),
-                ElementsAre("nor_mm_pool_exit", "DBG_DiagnoseAgentDestroy(" + pid + ")", "norlog_destroy",
-                            "norax_destory"));
+    EXPECT_THAT(
+        std::vector<std::string>(calls.end() - 4, calls.end()),
+        ElementsAre("nor_mm_pool_exit", "DBG_DiagnoseAgentDestroy(" + pid + ")", "norlog_destroy", "norax_destory"));
 }
 
 TEST_F(InitCorvaneTest, HostStepsPassTheirStatusOn)
@@ -281,7 +292,7 @@ TEST_F(InitCorvaneTest, HostStepsPassTheirStatusOn)
     g_hostResults.diagnoseInit = 31;
     uint32_t result = 0;
 
-    const std::string output = CaptureStdout([&] { result = abi::InitCorvane(1); });
+    const std::string output = CaptureStdout([&] { result = lib::InitCorvane(1); });
 
     EXPECT_EQ(result, 31u);
     EXPECT_THAT(output, HasSubstr("[INIT] ERROR : Corvane step(DBG_DiagnoseAgent) initialize failed(ret:31).\n"
@@ -296,7 +307,7 @@ TEST_F(InitCorvaneTest, SecondCallStopsAtTheConfiguration)
     StartQuiet();
     uint32_t result = 0;
 
-    (void)CaptureStdout([&] { result = abi::InitCorvane(1); });
+    (void)CaptureStdout([&] { result = lib::InitCorvane(1); });
 
     EXPECT_EQ(result, 1u);
     EXPECT_EQ(HostLogged(3, "[DISK_CONFIG]Config already inited"), 1u);
@@ -309,7 +320,7 @@ TEST_F(InitCorvaneTest, BadConfigurationFileEndsTheStart)
     Open();
     uint32_t result = 0;
 
-    (void)CaptureStdout([&] { result = abi::InitCorvane(1); });
+    (void)CaptureStdout([&] { result = lib::InitCorvane(1); });
 
     EXPECT_EQ(result, 1u);
     EXPECT_EQ(HostLogged(6, "[DISK_CONFIG]Config init failed"), 1u);
@@ -322,20 +333,20 @@ TEST_F(InitCorvaneTest, WithoutConfigurationTheDefaultsReadAndNoFileExistsUntilA
     Steps()[13].init = nullptr; // the default is to collect, which this test does not want
     uint32_t result = kFail;
 
-    (void)CaptureStdout([&] { result = abi::InitCorvane(1); });
+    (void)CaptureStdout([&] { result = lib::InitCorvane(1); });
 
     ASSERT_EQ(result, 0u);
     uint32_t value = 9;
-    EXPECT_EQ(abi::GetConfigInt("feature_switch", &value), 0u);
+    EXPECT_EQ(lib::GetConfigInt("feature_switch", &value), 0u);
     EXPECT_EQ(value, 1u);
-    EXPECT_EQ(abi::GetConfigInt("takeover_disk_switch", &value), 0u);
+    EXPECT_EQ(lib::GetConfigInt("takeover_disk_switch", &value), 0u);
     EXPECT_EQ(value, 0u);
-    EXPECT_EQ(abi::GetChildNodeConfigInt("sas_hdd", "min_threshold_value", &value), 0u);
+    EXPECT_EQ(lib::GetChildNodeConfigInt("sas_hdd", "min_threshold_value", &value), 0u);
     EXPECT_EQ(value, 100u);
     EXPECT_FALSE(std::filesystem::exists(prefix_ + "/config/corvane_config.json"));
-    EXPECT_EQ(abi::SetConfigSwitchVal("feature_switch", 2), 1u);
+    EXPECT_EQ(lib::SetConfigSwitchVal("feature_switch", 2), 1u);
     EXPECT_FALSE(std::filesystem::exists(prefix_ + "/config/corvane_config.json"));
-    EXPECT_EQ(abi::SetConfigInt("takeover_disk_switch", 1), 0u);
+    EXPECT_EQ(lib::SetConfigInt("takeover_disk_switch", 1), 0u);
     EXPECT_THAT(ReadText(prefix_ + "/config/corvane_config.json"),
                 testing::StartsWith("{\n\t\"feature_switch\":\t1,\n\t\"takeover_disk_switch\":\t1,\n"
                                     "\t\"disklife_prediction\":\t{\n\t\t\"task_cycle\":\t86400\n\t},\n"
@@ -350,8 +361,8 @@ TEST_F(InitCorvaneCombinedTest, FindsThePrefixAndTheFolderOfThatMode)
 
     ASSERT_EQ(Start(), 0u) << startOutput_;
 
-    EXPECT_STREQ(abi::GetPrefixPath(), "/tmp/opt/x");
-    EXPECT_EQ(*abi::GetCorvaneStartMode(), 0u);
+    EXPECT_STREQ(lib::GetPrefixPath(), "/tmp/opt/x");
+    EXPECT_EQ(*lib::GetCorvaneStartMode(), 0u);
     EXPECT_THAT(HostCalls(),
                 testing::Contains("norlog_set_file_path_ext(/var/log/corvane_super/,/var/log/corvane_super/)"));
     EXPECT_TRUE(std::filesystem::exists("/tmp/opt/x/config/corvane_master_process_lockfile"));
@@ -380,7 +391,7 @@ TEST_F(InitCorvaneCombinedTest, RunsBesideAnotherOfItsMode)
     ASSERT_EQ(read(ready[0], &first, sizeof(first)), static_cast<ssize_t>(sizeof(first)));
 
     const uint32_t second = Start();
-    const uint32_t exclusive = abi::CorvaneTryLockFile(F_WRLCK);
+    const uint32_t exclusive = lib::CorvaneTryLockFile(F_WRLCK);
     (void)close(hold[1]);
     (void)waitpid(other, nullptr, 0);
 
@@ -394,7 +405,7 @@ TEST_F(InitCorvaneCombinedTest, RunsBesideAnotherOfItsMode)
 
 TEST_F(InitCorvaneCombinedTest, MapWithoutTheDiagnoseLibraryEndsTheStart)
 {
-    abi::Open();
+    lib::Open();
 
     const uint32_t result = StartWithMap("7f00-7f01 r-xp 00000000 08:01 1 /usr/lib/libc.so.6\n");
 
@@ -407,18 +418,18 @@ TEST_F(InitCorvaneCombinedTest, MapWithoutTheDiagnoseLibraryEndsTheStart)
 
 TEST_F(InitCorvaneCombinedTest, MapLineIsCutAtItsLastBlank)
 {
-    abi::Open();
+    lib::Open();
 
     const uint32_t result = StartWithMap("7f00-7f01 r-xp 00000000 08:01 1 /opt/my disks/lib/libnordiagnose.so\n");
 
     EXPECT_NE(result, 0u);
 
-    EXPECT_STREQ(abi::GetPrefixPath(), "disks");
+    EXPECT_STREQ(lib::GetPrefixPath(), "disks");
 }
 
 TEST_F(InitCorvaneCombinedTest, MapLineWithoutBlankIsNotResolved)
 {
-    abi::Open();
+    lib::Open();
 
     const uint32_t result = StartWithMap("/opt/x/lib/libnordiagnose.so\n");
 
@@ -437,35 +448,35 @@ TEST_F(StashPopProcessSignalHandlerTest, PutsTheHostsHandlersBack)
     Open();
     (void)std::signal(SIGUSR1, OnSignal);
 
-    EXPECT_EQ(abi::StashProcessSignalHandler(), 0);
-    EXPECT_NE(abi::Global<void *>("g_signalHandlerStack"), nullptr);
+    EXPECT_EQ(lib::StashProcessSignalHandler(), 0);
+    EXPECT_NE(lib::Global<void *>("g_signalHandlerStack"), nullptr);
     (void)std::signal(SIGUSR1, SIG_IGN);
-    EXPECT_EQ(abi::StashPopProcessSignalHandler(), 0);
+    EXPECT_EQ(lib::StashPopProcessSignalHandler(), 0);
 
     struct sigaction now {};
     ASSERT_EQ(sigaction(SIGUSR1, nullptr, &now), 0);
     EXPECT_EQ(now.sa_handler, OnSignal);
-    EXPECT_EQ(abi::Global<void *>("g_signalHandlerStack"), nullptr);
+    EXPECT_EQ(lib::Global<void *>("g_signalHandlerStack"), nullptr);
 }
 
 TEST_F(StashPopProcessSignalHandlerTest, DoesNothingOnAnEmptyStack)
 {
     Open();
 
-    EXPECT_EQ(abi::StashPopProcessSignalHandler(), 0);
+    EXPECT_EQ(lib::StashPopProcessSignalHandler(), 0);
 
-    EXPECT_EQ(abi::Global<void *>("g_signalHandlerStack"), nullptr);
+    EXPECT_EQ(lib::Global<void *>("g_signalHandlerStack"), nullptr);
 }
 
 class SetPrefixPathTest : public HostTest {};
 
 TEST_F(SetPrefixPathTest, RefusesNull)
 {
-    abi::Open();
+    lib::Open();
 
-    EXPECT_STREQ(abi::GetPrefixPath(), "/opt/corvane");
-    EXPECT_EQ(abi::SetPrefixPath(nullptr), 1u);
-    EXPECT_STREQ(abi::GetPrefixPath(), "/opt/corvane");
+    EXPECT_STREQ(lib::GetPrefixPath(), "/opt/corvane");
+    EXPECT_EQ(lib::SetPrefixPath(nullptr), 1u);
+    EXPECT_STREQ(lib::GetPrefixPath(), "/opt/corvane");
 }
 
 } // namespace

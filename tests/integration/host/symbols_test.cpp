@@ -8,121 +8,411 @@ namespace {
 
 using testing::IsEmpty;
 
-const char *const kFunctions[] = {
-    "InitCorvane", "initCorvane", "GetCorvaneStartMode", "GetPrefixPath", "SetPrefixPath", "InitCorvanePrefixPathInd",
-    "InitCorvanePrefixPathComb", "StashProcessSignalHandler", "StashPopProcessSignalHandler",
-    "CorvaneInitProcessCheck", "CorvaneTryLockFile", "CutLastPathComponent",
-    "CorvaneOsMalloc", "CorvaneOsFree", "CorvaneOsThreadCreate", "CorvaneOsThreadYield", "CorvaneOsThreadSleep",
-    "CorvaneInfraLog", "CorvaneOsSemCreate", "CorvaneOsSemDestroy", "CorvaneOsSemDown", "CorvaneOsSemUp",
-    "CorvaneOsSemTryDown", "CorvaneOsSemTryDownWithinTimeout", "CorvaneOsAtomicCreate", "CorvaneOsAtomicDestroy",
-    "CorvaneOsAtomicGet", "CorvaneOsAtomicSet", "CorvaneOsAtomicCompareAndSet", "CorvaneOsAtomicAddAndGet",
-    "CorvaneOsAtomicIncrementAndGet", "CorvaneOsAtomicDecrementAndGet", "CorvaneOsSpinlockCreate",
-    "CorvaneOsSpinlockDestroy", "CorvaneOsSpinlockLock", "CorvaneOsSpinlockUnlock", "CorvaneOsSpinlockTryLock",
-    "CorvaneOsRwlockCreate", "CorvaneOsRwlockDestroy", "CorvaneOsRwlockLockWriteLock",
-    "CorvaneOsRwlockTryLockWriteLock", "CorvaneOsRwlockLockReadLock", "CorvaneOsRwlockTryLockReadLock",
-    "CorvaneOsRwlockUnlockRwlock", "CorvaneOsLog", "CorvaneInfraRegisterInfraAdapter",
-    "CorvaneInfraRegisterOsAdapter", "CorvaneInfraFreeLogFileVars", "CorvaneInfraMalloc", "CorvaneInfraFree",
-    "CorvaneInfraSpinlockCreate", "CorvaneInfraSpinlockDestroy", "CorvaneInfraSpinlockLock",
-    "CorvaneInfraSpinlockUnlock", "CorvaneInfraSpinlockTryLock", "ConvertCorvaneTime2Timespec",
-    "ConvertCorvaneTime2Timeval", "GetCurrentInstantTimespec", "GetFutureInstantTimespec", "GetPastInstantTimespec",
-    "InitConfig", "GetConfigInt", "SetConfigInt", "GetChildNodeConfigInt", "SetChildNodeConfigInt",
-    "GetConfigSwitchVal", "SetConfigSwitchVal", "CheckSwitchConfig", "GetConfigNode", "LoadConfigFileExist",
-    "LoadConfigFileNotExist", "ConfigUpgradeNode",
-    "DiskMgrInit", "DiskMgrDestroy", "GetDiskIdBySn", "IsSNExist", "GetNewDiskId", "GetAllSnAndDiskId",
-    "DiskInfoUpdate", "DiskInfoGet", "ConfigFilePathCheck", "SetGConfigFilePath", "DiskInfoSavetoConfig",
-    "DiskInfoLoadConfig", "DiskMgrHandleNewDiskId", "DiskMgrHandleOfflineObj", "DiskMgrFreeAllObjs",
-    "SaveCJsonToFile", "LoadCJsonFromFile", "TryLoadCJsonFromFile", "TrySaveCJsonToFile", "LoadIfExisitAndVaild",
-    "GetWalFileName", "SetFilePermission", "ConvertSingleDiskMgrObj2cJSON", "ConvertDiskMgrObjs2cJSON",
-    "ParseCJson2DiskInfo", "CheckCJsonIsValidDiskInfo", "CheckCJsonNumValue", "CheckCJsonStrValue", "CheckCJsonError",
-    "CheckUIntInRange", "CheckStrInLimitLength", "DiskMgrAddNumToCJson", "DiskMgrAddStringToCJson",
-    "IsStringAndNotNull", "IsJsonNumber", "IsJsonBoolean", "IsDecimalUintString", "IsValidDiskType",
-    "IsValidDiskMediaType", "IsValidPciAddress", "IsValidJsonWithCheckList", "IsValidJsonResponseHeader",
-    "IsValidResultJson", "IsValidDiskBriefInfoResultJson", "IsValidDiskBaseInfoResultJson",
-    "IsValidDiskHealthInfoResultJson", "IsValidDiskIoInfoFrameResultJson", "IsValidDiskBaseInfoJSON",
-    "IsValidDiskHealthInfoJSON", "IsValidSataSsdSmartAttrList", "CopyDiskBriefInfoFromJSON",
-    "CopyDiskBaseInfoFromJSON", "CopyDiskHealthInfoSnWrapFromJSON", "CopyDiskIoInfoFrameSnWrapFromJSON",
-    "CopyBatchFromJSON", "CopyClockTicksInstantFromJSON", "ConvertDiskTypeStr2Enum", "ConvertDiskMediaTypeStr2Enum",
-    "ConvertDecimalStringJson2Uint64", "ParseDiskVendor", "MakePciAddrCJson",
-    "PostRequestWithJSON", "PostRequest", "PostRequestWithSockFile", "PostRequestWithIpv4",
-    "SendAndReceiveWithSocketSession", "SendAndReceiveRetryWithSocketSession", "CastSizeToUint32", "IsAgentEqual",
-    "QueryDeviceList", "QueryMessage", "QueryMessageAndSave", "StepQueryMessageAndSave",
-    "StepQueryMessageAndSaveTask", "SaveMessage", "SaveBriefInfoInterceptor", "SaveDiskBriefInfo", "SaveDiskBaseInfo",
-    "SaveDiskHealthInfo", "SaveDiskIoInfoFrame", "FetchDiskBaseInfoFromAgent", "QueryDiskSlotInfo",
-    "MergeCJsonSlotIdIntoBaseInfo", "CreateBaseRequest", "CreateDeviceListParam", "ConstructNoParamRequest",
-    "ConstructOnlyDeviceListParamRequest", "ConstructIoInfoFrameRequest", "ConvertUint2DecimalString",
-    "CastUint32ToUint16", "IsValidDiskBriefInfoResultJsonWrap", "ArrayListCreate", "ArrayListDelete",
-    "AllocSeparateMemoryList", "FreeSeparateMemoryList",
-    "InitDataCollectMaster", "SubmitQueryAgentScheduleTask", "CancelQueryAgentScheduleTask",
-    "CancelAllQueryAgentScheduleTask", "SubmitScanAllAgentDeviceListScheduleTask",
-    "CancelScanAllAgentDeviceListScheduleTask", "FetchDiskBaseInfo", "UpdateUniqueAgentList",
-    "QueryAgentScheduleTask", "QueryAgentScheduleTaskSleepForIoStat", "ScanAllAgentDeviceListScheduleTask",
-    "DcakInitSocketSever", "DcakServerInit", "DcakSocketServerRunWithFile", "DcakSocketServerRun", "DcakSockProcess",
-    "DcakHandleClient", "ParseReqAndResponse", "DcakDebugProcess", "DcakSetGroupUserPermisson",
-    "DcakExecCmd", "DcakExecLsblkCmd", "DcakParseLsblkTable2Json", "DcakIsLabelNum", "GetLsblkVersion",
-    "CompareVersionValid", "CheckLsblkVersionValid", "CheckLsblkVersionJsonValid", "CheckCmdStrIsSecure",
-    "DcakDevIsValid", "DcakGetDiskType", "DcakGetVendorId", "DcakGetSysInfo", "DevNameToPath", "DcakGetModelNum",
-    "DcakGetSerialNumByUdev", "DcakGetDevList", "DcakGetDiskBaseInfo", "GetDiskInfoByLsblkJson", "EndTrim",
-    "DcakGetSerialNum", "StrSplit", "StrTokensFree",
-    "DcakGetDiskHealthInfo", "InitIoHdrComPara", "InitPohParm", "InitDiskWearParam", "InitLogSensePara",
-    "InitInquiryCommonParams", "InitHddCommonParams", "InitSmartThresholdParam", "InitSmartDataParam",
-    "OpenDevExecIoctl", "DcakScsiIoComplete", "DcakGetDiskPowerTime", "DcakGetScsiPowerOnTime", "DcakGetAtaPowerTime",
-    "DcakGetExDiskPercentage", "DcakGetSasExDiskPercentage", "DcakCalWear", "DackSetSmartInfoByDiskType",
-    "SetSsdSataSmartInfo", "SetSsdSasSmartInfo", "SetVssdSasSmartInfo", "SetHddSmartInfo",
-    "DcakGetSataSmartPageAndData", "FormatSmartThresholdAndData", "DcakGetSasVssdSmartInfo", "DcakGetSasSsdSenseData",
-    "DcakGetHddSmartInfoIeLog", "DcakGetHddSmartInfoCommon", "IsSupportIeLog", "IsIeLogInLogPage",
-    "DcakGetSasVendorId", "DcakGetSerialNumByIoCtl", "DcakCalSerial",
-    "GetProcStatInfo", "GetDevQueDepth", "DcakGetDiskIoStatInfo",
-    "DataMgrDiskInfoSet", "DataMgrDiskInfoGet", "CheckParamValid", "DataMgrCreateEmptyDataMgrObj", "GetDataMgrObjs",
-    "DiskBaseInfoSet", "DiskIoStatInfoSet", "DiskHealthInfoSet", "DiskNodeInfoSet", "DiskDrmInfoSet",
-    "DiskStrategySet", "DiskStateSet", "DiskBaseInfoGet", "DiskIoStatInfoGet", "DiskHealthInfoGet", "DiskNodeInfoGet",
-    "DiskDrmInfoGet", "DiskStrategyGet", "DiskDiskStateInfoCliGet", "DiskBaseInfoCliGet", "DiskIoStatInfoCliGet",
-    "DiskSmartInfoCliGet", "DiskDrmInfoCliGet", "DiskStrategyStrGet", "ListAllOnlineDisk", "DataMgrBaseInfoSetInner",
-    "DataMgrIoInfoSetInner", "DataMgrSmartInfoSetInner", "DataMgrDrmInfoSetInner", "DataMgrNodeInfoSetInner",
-    "DataMgrStrategySetInner", "DataMgrDiskStateSetInner", "DataMgrBaseInfoGetInner", "DataMgrIoInfoGetInner",
-    "DataMgrSmartInfoGetInner", "DataMgrDrmInfoGetInner", "DataMgrNodeInfoGetInner", "DataMgrStrategyGetInner",
-    "DataMgrDiskStateGetInner", "DataMgrStrategyStrGetInner",
-    "DiskSerialNumberRefresh", "OfflineDiskNotInSNList", "OnLineDiskInSNList", "DataMgrCreateNewDiskInfo",
-    "DataMgrNotifyDrmDiskEvent", "DataMgrSetDrmNotifyFunc", "IsInWhiteList", "CheckInWhiteList", "IsInNonWhiteListSn",
-    "AddSnToNonWhiteList", "ProcessNonWhitelist", "CreateAllDataMgrObjsByDiskMgr", "NotifyAllDiskFindInit",
-    "DataMgrInit", "DataMgrDestroy", "DataMgrEnable", "DataMgrDisable", "SendMsgToDataMgrAgent",
-    "IoStatCheck", "IoStatInfoCal", "IoInfoFrameCopy", "PrintIoCal"
-};
+const char *const kFunctions[] = {"InitCorvane",
+                                  "initCorvane",
+                                  "GetCorvaneStartMode",
+                                  "GetPrefixPath",
+                                  "SetPrefixPath",
+                                  "InitCorvanePrefixPathInd",
+                                  "InitCorvanePrefixPathComb",
+                                  "StashProcessSignalHandler",
+                                  "StashPopProcessSignalHandler",
+                                  "CorvaneInitProcessCheck",
+                                  "CorvaneTryLockFile",
+                                  "CutLastPathComponent",
+                                  "CorvaneOsMalloc",
+                                  "CorvaneOsFree",
+                                  "CorvaneOsThreadCreate",
+                                  "CorvaneOsThreadYield",
+                                  "CorvaneOsThreadSleep",
+                                  "CorvaneInfraLog",
+                                  "CorvaneOsSemCreate",
+                                  "CorvaneOsSemDestroy",
+                                  "CorvaneOsSemDown",
+                                  "CorvaneOsSemUp",
+                                  "CorvaneOsSemTryDown",
+                                  "CorvaneOsSemTryDownWithinTimeout",
+                                  "CorvaneOsAtomicCreate",
+                                  "CorvaneOsAtomicDestroy",
+                                  "CorvaneOsAtomicGet",
+                                  "CorvaneOsAtomicSet",
+                                  "CorvaneOsAtomicCompareAndSet",
+                                  "CorvaneOsAtomicAddAndGet",
+                                  "CorvaneOsAtomicIncrementAndGet",
+                                  "CorvaneOsAtomicDecrementAndGet",
+                                  "CorvaneOsSpinlockCreate",
+                                  "CorvaneOsSpinlockDestroy",
+                                  "CorvaneOsSpinlockLock",
+                                  "CorvaneOsSpinlockUnlock",
+                                  "CorvaneOsSpinlockTryLock",
+                                  "CorvaneOsRwlockCreate",
+                                  "CorvaneOsRwlockDestroy",
+                                  "CorvaneOsRwlockLockWriteLock",
+                                  "CorvaneOsRwlockTryLockWriteLock",
+                                  "CorvaneOsRwlockLockReadLock",
+                                  "CorvaneOsRwlockTryLockReadLock",
+                                  "CorvaneOsRwlockUnlockRwlock",
+                                  "CorvaneOsLog",
+                                  "CorvaneInfraRegisterInfraAdapter",
+                                  "CorvaneInfraRegisterOsAdapter",
+                                  "CorvaneInfraFreeLogFileVars",
+                                  "CorvaneInfraMalloc",
+                                  "CorvaneInfraFree",
+                                  "CorvaneInfraSpinlockCreate",
+                                  "CorvaneInfraSpinlockDestroy",
+                                  "CorvaneInfraSpinlockLock",
+                                  "CorvaneInfraSpinlockUnlock",
+                                  "CorvaneInfraSpinlockTryLock",
+                                  "ConvertCorvaneTime2Timespec",
+                                  "ConvertCorvaneTime2Timeval",
+                                  "GetCurrentInstantTimespec",
+                                  "GetFutureInstantTimespec",
+                                  "GetPastInstantTimespec",
+                                  "InitConfig",
+                                  "GetConfigInt",
+                                  "SetConfigInt",
+                                  "GetChildNodeConfigInt",
+                                  "SetChildNodeConfigInt",
+                                  "GetConfigSwitchVal",
+                                  "SetConfigSwitchVal",
+                                  "CheckSwitchConfig",
+                                  "GetConfigNode",
+                                  "LoadConfigFileExist",
+                                  "LoadConfigFileNotExist",
+                                  "ConfigUpgradeNode",
+                                  "DiskMgrInit",
+                                  "DiskMgrDestroy",
+                                  "GetDiskIdBySn",
+                                  "IsSNExist",
+                                  "GetNewDiskId",
+                                  "GetAllSnAndDiskId",
+                                  "DiskInfoUpdate",
+                                  "DiskInfoGet",
+                                  "ConfigFilePathCheck",
+                                  "SetGConfigFilePath",
+                                  "DiskInfoSavetoConfig",
+                                  "DiskInfoLoadConfig",
+                                  "DiskMgrHandleNewDiskId",
+                                  "DiskMgrHandleOfflineObj",
+                                  "DiskMgrFreeAllObjs",
+                                  "SaveCJsonToFile",
+                                  "LoadCJsonFromFile",
+                                  "TryLoadCJsonFromFile",
+                                  "TrySaveCJsonToFile",
+                                  "LoadIfExisitAndVaild",
+                                  "GetWalFileName",
+                                  "SetFilePermission",
+                                  "ConvertSingleDiskMgrObj2cJSON",
+                                  "ConvertDiskMgrObjs2cJSON",
+                                  "ParseCJson2DiskInfo",
+                                  "CheckCJsonIsValidDiskInfo",
+                                  "CheckCJsonNumValue",
+                                  "CheckCJsonStrValue",
+                                  "CheckCJsonError",
+                                  "CheckUIntInRange",
+                                  "CheckStrInLimitLength",
+                                  "DiskMgrAddNumToCJson",
+                                  "DiskMgrAddStringToCJson",
+                                  "IsStringAndNotNull",
+                                  "IsJsonNumber",
+                                  "IsJsonBoolean",
+                                  "IsDecimalUintString",
+                                  "IsValidDiskType",
+                                  "IsValidDiskMediaType",
+                                  "IsValidPciAddress",
+                                  "IsValidJsonWithCheckList",
+                                  "IsValidJsonResponseHeader",
+                                  "IsValidResultJson",
+                                  "IsValidDiskBriefInfoResultJson",
+                                  "IsValidDiskBaseInfoResultJson",
+                                  "IsValidDiskHealthInfoResultJson",
+                                  "IsValidDiskIoInfoFrameResultJson",
+                                  "IsValidDiskBaseInfoJSON",
+                                  "IsValidDiskHealthInfoJSON",
+                                  "IsValidSataSsdSmartAttrList",
+                                  "CopyDiskBriefInfoFromJSON",
+                                  "CopyDiskBaseInfoFromJSON",
+                                  "CopyDiskHealthInfoSnWrapFromJSON",
+                                  "CopyDiskIoInfoFrameSnWrapFromJSON",
+                                  "CopyBatchFromJSON",
+                                  "CopyClockTicksInstantFromJSON",
+                                  "ConvertDiskTypeStr2Enum",
+                                  "ConvertDiskMediaTypeStr2Enum",
+                                  "ConvertDecimalStringJson2Uint64",
+                                  "ParseDiskVendor",
+                                  "MakePciAddrCJson",
+                                  "PostRequestWithJSON",
+                                  "PostRequest",
+                                  "PostRequestWithSockFile",
+                                  "PostRequestWithIpv4",
+                                  "SendAndReceiveWithSocketSession",
+                                  "SendAndReceiveRetryWithSocketSession",
+                                  "CastSizeToUint32",
+                                  "IsAgentEqual",
+                                  "QueryDeviceList",
+                                  "QueryMessage",
+                                  "QueryMessageAndSave",
+                                  "StepQueryMessageAndSave",
+                                  "StepQueryMessageAndSaveTask",
+                                  "SaveMessage",
+                                  "SaveBriefInfoInterceptor",
+                                  "SaveDiskBriefInfo",
+                                  "SaveDiskBaseInfo",
+                                  "SaveDiskHealthInfo",
+                                  "SaveDiskIoInfoFrame",
+                                  "FetchDiskBaseInfoFromAgent",
+                                  "QueryDiskSlotInfo",
+                                  "MergeCJsonSlotIdIntoBaseInfo",
+                                  "CreateBaseRequest",
+                                  "CreateDeviceListParam",
+                                  "ConstructNoParamRequest",
+                                  "ConstructOnlyDeviceListParamRequest",
+                                  "ConstructIoInfoFrameRequest",
+                                  "ConvertUint2DecimalString",
+                                  "CastUint32ToUint16",
+                                  "IsValidDiskBriefInfoResultJsonWrap",
+                                  "ArrayListCreate",
+                                  "ArrayListDelete",
+                                  "AllocSeparateMemoryList",
+                                  "FreeSeparateMemoryList",
+                                  "InitDataCollectMaster",
+                                  "SubmitQueryAgentScheduleTask",
+                                  "CancelQueryAgentScheduleTask",
+                                  "CancelAllQueryAgentScheduleTask",
+                                  "SubmitScanAllAgentDeviceListScheduleTask",
+                                  "CancelScanAllAgentDeviceListScheduleTask",
+                                  "FetchDiskBaseInfo",
+                                  "UpdateUniqueAgentList",
+                                  "QueryAgentScheduleTask",
+                                  "QueryAgentScheduleTaskSleepForIoStat",
+                                  "ScanAllAgentDeviceListScheduleTask",
+                                  "DcakInitSocketSever",
+                                  "DcakServerInit",
+                                  "DcakSocketServerRunWithFile",
+                                  "DcakSocketServerRun",
+                                  "DcakSockProcess",
+                                  "DcakHandleClient",
+                                  "ParseReqAndResponse",
+                                  "DcakDebugProcess",
+                                  "DcakSetGroupUserPermisson",
+                                  "DcakExecCmd",
+                                  "DcakExecLsblkCmd",
+                                  "DcakParseLsblkTable2Json",
+                                  "DcakIsLabelNum",
+                                  "GetLsblkVersion",
+                                  "CompareVersionValid",
+                                  "CheckLsblkVersionValid",
+                                  "CheckLsblkVersionJsonValid",
+                                  "CheckCmdStrIsSecure",
+                                  "DcakDevIsValid",
+                                  "DcakGetDiskType",
+                                  "DcakGetVendorId",
+                                  "DcakGetSysInfo",
+                                  "DevNameToPath",
+                                  "DcakGetModelNum",
+                                  "DcakGetSerialNumByUdev",
+                                  "DcakGetDevList",
+                                  "DcakGetDiskBaseInfo",
+                                  "GetDiskInfoByLsblkJson",
+                                  "EndTrim",
+                                  "DcakGetSerialNum",
+                                  "StrSplit",
+                                  "StrTokensFree",
+                                  "DcakGetDiskHealthInfo",
+                                  "InitIoHdrComPara",
+                                  "InitPohParm",
+                                  "InitDiskWearParam",
+                                  "InitLogSensePara",
+                                  "InitInquiryCommonParams",
+                                  "InitHddCommonParams",
+                                  "InitSmartThresholdParam",
+                                  "InitSmartDataParam",
+                                  "OpenDevExecIoctl",
+                                  "DcakScsiIoComplete",
+                                  "DcakGetDiskPowerTime",
+                                  "DcakGetScsiPowerOnTime",
+                                  "DcakGetAtaPowerTime",
+                                  "DcakGetExDiskPercentage",
+                                  "DcakGetSasExDiskPercentage",
+                                  "DcakCalWear",
+                                  "DackSetSmartInfoByDiskType",
+                                  "SetSsdSataSmartInfo",
+                                  "SetSsdSasSmartInfo",
+                                  "SetVssdSasSmartInfo",
+                                  "SetHddSmartInfo",
+                                  "DcakGetSataSmartPageAndData",
+                                  "FormatSmartThresholdAndData",
+                                  "DcakGetSasVssdSmartInfo",
+                                  "DcakGetSasSsdSenseData",
+                                  "DcakGetHddSmartInfoIeLog",
+                                  "DcakGetHddSmartInfoCommon",
+                                  "IsSupportIeLog",
+                                  "IsIeLogInLogPage",
+                                  "DcakGetSasVendorId",
+                                  "DcakGetSerialNumByIoCtl",
+                                  "DcakCalSerial",
+                                  "GetProcStatInfo",
+                                  "GetDevQueDepth",
+                                  "DcakGetDiskIoStatInfo",
+                                  "DataMgrDiskInfoSet",
+                                  "DataMgrDiskInfoGet",
+                                  "CheckParamValid",
+                                  "DataMgrCreateEmptyDataMgrObj",
+                                  "GetDataMgrObjs",
+                                  "DiskBaseInfoSet",
+                                  "DiskIoStatInfoSet",
+                                  "DiskHealthInfoSet",
+                                  "DiskNodeInfoSet",
+                                  "DiskDrmInfoSet",
+                                  "DiskStrategySet",
+                                  "DiskStateSet",
+                                  "DiskBaseInfoGet",
+                                  "DiskIoStatInfoGet",
+                                  "DiskHealthInfoGet",
+                                  "DiskNodeInfoGet",
+                                  "DiskDrmInfoGet",
+                                  "DiskStrategyGet",
+                                  "DiskDiskStateInfoCliGet",
+                                  "DiskBaseInfoCliGet",
+                                  "DiskIoStatInfoCliGet",
+                                  "DiskSmartInfoCliGet",
+                                  "DiskDrmInfoCliGet",
+                                  "DiskStrategyStrGet",
+                                  "ListAllOnlineDisk",
+                                  "DataMgrBaseInfoSetInner",
+                                  "DataMgrIoInfoSetInner",
+                                  "DataMgrSmartInfoSetInner",
+                                  "DataMgrDrmInfoSetInner",
+                                  "DataMgrNodeInfoSetInner",
+                                  "DataMgrStrategySetInner",
+                                  "DataMgrDiskStateSetInner",
+                                  "DataMgrBaseInfoGetInner",
+                                  "DataMgrIoInfoGetInner",
+                                  "DataMgrSmartInfoGetInner",
+                                  "DataMgrDrmInfoGetInner",
+                                  "DataMgrNodeInfoGetInner",
+                                  "DataMgrStrategyGetInner",
+                                  "DataMgrDiskStateGetInner",
+                                  "DataMgrStrategyStrGetInner",
+                                  "DiskSerialNumberRefresh",
+                                  "OfflineDiskNotInSNList",
+                                  "OnLineDiskInSNList",
+                                  "DataMgrCreateNewDiskInfo",
+                                  "DataMgrNotifyDrmDiskEvent",
+                                  "DataMgrSetDrmNotifyFunc",
+                                  "IsInWhiteList",
+                                  "CheckInWhiteList",
+                                  "IsInNonWhiteListSn",
+                                  "AddSnToNonWhiteList",
+                                  "ProcessNonWhitelist",
+                                  "CreateAllDataMgrObjsByDiskMgr",
+                                  "NotifyAllDiskFindInit",
+                                  "DataMgrInit",
+                                  "DataMgrDestroy",
+                                  "DataMgrEnable",
+                                  "DataMgrDisable",
+                                  "SendMsgToDataMgrAgent",
+                                  "IoStatCheck",
+                                  "IoStatInfoCal",
+                                  "IoInfoFrameCopy",
+                                  "PrintIoCal"};
 
-const char *const kGlobals[] = {
-    "g_corvaneStartMode", "g_corvaneInitFiniSteps", "g_prefixPath", "g_signalHandlerStack",
-    "g_corvaneInfra", "g_infraLogLevel", "g_debugLogSwitch",
-    "g_configRoot", "g_configLock", "g_diskTypeConfigNames",
-    "g_diskMgrObj", "g_diskNumAtomic", "g_nextUnusedDiskId", "g_diskMgrLock", "g_configFilePath", "g_diskMgrInited",
-    "g_diskConfigCjsonCheckList",
-    "g_queryMethodNameMap", "g_ioTimePeriod", "g_diskTypeNameMap", "g_diskMediaTypeNameMap", "DiskVendorNameMap",
-    "g_uniqueSpdkAgent", "g_uniqueDmaAgent", "g_uniqueDcakAgent",
-    "g_constructRequestStrategyMap", "g_validateResultJsonStrategyMap", "g_copyStructFromJsonStrategyMap",
-    "g_saveMessageStrategyMap", "g_queryMessageStepMap", "g_copyStructMemorySizeMap",
-    "g_queryScheduledTaskConfigMap", "g_uniqueAgentListSpinLock",
-    "g_enableScanAllAgentDeviceListScheduleTaskSpinLock", "g_uniqueScanAllAgentDeviceListScheduleTaskRunningSpinLock",
-    "g_DCAK_SERVER", "g_DCAK_DEBUG_SWITCH", "g_dcakLinkErr",
-    "g_DiskTypeStrMap", "g_lsblkNumLabel",
-    "g_diskDataMgr", "g_diskInfoSetFunc", "g_diskInfoGetFunc", "g_dataMgrLock", "g_drmDiskEventNotifyFunc",
-    "g_ioStatFreshTime",
-    "g_nonWhiteListSnHead"
-};
+const char *const kGlobals[] = {"g_corvaneStartMode",
+                                "g_corvaneInitFiniSteps",
+                                "g_prefixPath",
+                                "g_signalHandlerStack",
+                                "g_corvaneInfra",
+                                "g_infraLogLevel",
+                                "g_debugLogSwitch",
+                                "g_configRoot",
+                                "g_configLock",
+                                "g_diskTypeConfigNames",
+                                "g_diskMgrObj",
+                                "g_diskNumAtomic",
+                                "g_nextUnusedDiskId",
+                                "g_diskMgrLock",
+                                "g_configFilePath",
+                                "g_diskMgrInited",
+                                "g_diskConfigCjsonCheckList",
+                                "g_queryMethodNameMap",
+                                "g_ioTimePeriod",
+                                "g_diskTypeNameMap",
+                                "g_diskMediaTypeNameMap",
+                                "DiskVendorNameMap",
+                                "g_uniqueSpdkAgent",
+                                "g_uniqueDmaAgent",
+                                "g_uniqueDcakAgent",
+                                "g_constructRequestStrategyMap",
+                                "g_validateResultJsonStrategyMap",
+                                "g_copyStructFromJsonStrategyMap",
+                                "g_saveMessageStrategyMap",
+                                "g_queryMessageStepMap",
+                                "g_copyStructMemorySizeMap",
+                                "g_queryScheduledTaskConfigMap",
+                                "g_uniqueAgentListSpinLock",
+                                "g_enableScanAllAgentDeviceListScheduleTaskSpinLock",
+                                "g_uniqueScanAllAgentDeviceListScheduleTaskRunningSpinLock",
+                                "g_DCAK_SERVER",
+                                "g_DCAK_DEBUG_SWITCH",
+                                "g_dcakLinkErr",
+                                "g_DiskTypeStrMap",
+                                "g_lsblkNumLabel",
+                                "g_diskDataMgr",
+                                "g_diskInfoSetFunc",
+                                "g_diskInfoGetFunc",
+                                "g_dataMgrLock",
+                                "g_drmDiskEventNotifyFunc",
+                                "g_ioStatFreshTime",
+                                "g_nonWhiteListSnHead"};
 
 // What the library calls in its host.
-const char *const kHostOperations[] = {
-    "norax_Init", "norax_destory", "norlog_set_file_path_ext", "norlog_init", "norlog_set_backup_num",
-    "norlog_destroy", "norlog", "norlog_loglevel_get", "DBG_DiagnoseAgentInit", "DBG_DiagnoseAgentDestroy",
-    "nor_mm_pool_init", "nor_mm_pool_exit", "normm_malloc", "normm_free", "do_norax_spinlock_lock",
-    "do_norax_spinlock_unlock", "do_norax_tspinlock_trylock"
-};
+const char *const kHostOperations[] = {"norax_Init",
+                                       "norax_destory",
+                                       "norlog_set_file_path_ext",
+                                       "norlog_init",
+                                       "norlog_set_backup_num",
+                                       "norlog_destroy",
+                                       "norlog",
+                                       "norlog_loglevel_get",
+                                       "DBG_DiagnoseAgentInit",
+                                       "DBG_DiagnoseAgentDestroy",
+                                       "nor_mm_pool_init",
+                                       "nor_mm_pool_exit",
+                                       "normm_malloc",
+                                       "normm_free",
+                                       "do_norax_spinlock_lock",
+                                       "do_norax_spinlock_unlock",
+                                       "do_norax_tspinlock_trylock"};
 
 // What a host may have besides, and what it has of its own under the same names.
-const char *const kForeignNames[] = {
-    "norax_get_jiffies", "norax_str_tou64", "norax_timer_set_raw", "norax_timer_add", "norax_timer_modify",
-    "norax_timer_destroy", "allocStructure", "freeStructure", "createExpStructurePartition",
-    "createContinuousPartition", "deletePartitionByID", "DBG_RegCmd", "DBG_UnRegCmd", "DBG_UnRegCmdToCLI",
-    "DBG_Print", "DBG_PrintBuf", "DBG_ShowUsageAndErrMsg", "memcpy_s", "memset_s", "strcpy_s", "strncpy_s",
-    "strcat_s", "strncat_s", "sprintf_s", "snprintf_s", "vsnprintf_s", "sscanf_s", "fscanf_s"
-};
+const char *const kForeignNames[] = {"norax_get_jiffies",
+                                     "norax_str_tou64",
+                                     "norax_timer_set_raw",
+                                     "norax_timer_add",
+                                     "norax_timer_modify",
+                                     "norax_timer_destroy",
+                                     "allocStructure",
+                                     "freeStructure",
+                                     "createExpStructurePartition",
+                                     "createContinuousPartition",
+                                     "deletePartitionByID",
+                                     "DBG_RegCmd",
+                                     "DBG_UnRegCmd",
+                                     "DBG_UnRegCmdToCLI",
+                                     "DBG_Print",
+                                     "DBG_PrintBuf",
+                                     "DBG_ShowUsageAndErrMsg",
+                                     "memcpy_s",
+                                     "memset_s",
+                                     "strcpy_s",
+                                     "strncpy_s",
+                                     "strcat_s",
+                                     "strncat_s",
+                                     "sprintf_s",
+                                     "snprintf_s",
+                                     "vsnprintf_s",
+                                     "sscanf_s",
+                                     "fscanf_s"};
 
 /** Dynamic symbols of the library's file; true for those that it defines. */
 std::map<std::string, bool> DynamicSymbols()
@@ -147,11 +437,11 @@ class LibrarySymbolsTest : public HostTest {};
 
 TEST_F(LibrarySymbolsTest, EveryFunctionIsFoundByName)
 {
-    abi::Open();
+    lib::Open();
     std::vector<std::string> missing;
 
     for (const char *name : kFunctions) {
-        if (abi::Lookup(name) == nullptr) {
+        if (lib::Lookup(name) == nullptr) {
             missing.emplace_back(name);
         }
     }
@@ -161,11 +451,11 @@ TEST_F(LibrarySymbolsTest, EveryFunctionIsFoundByName)
 
 TEST_F(LibrarySymbolsTest, EveryGlobalIsFoundByName)
 {
-    abi::Open();
+    lib::Open();
     std::vector<std::string> missing;
 
     for (const char *name : kGlobals) {
-        if (abi::Lookup(name) == nullptr) {
+        if (lib::Lookup(name) == nullptr) {
             missing.emplace_back(name);
         }
     }
@@ -208,16 +498,16 @@ TEST_F(LibrarySymbolsTest, TheHostsOperationsStayUndefined)
 
 TEST_F(LibrarySymbolsTest, ConstantTablesHoldTheirRows)
 {
-    abi::Open();
+    lib::Open();
     struct TypeName {
         uint32_t type;
         const char *name;
     };
 
-    const auto *methods = abi::Global<TypeName[4]>("g_queryMethodNameMap");
-    const auto *periods = static_cast<const uint32_t *>(abi::Address("g_queryScheduledTaskConfigMap"));
-    const auto *steps = static_cast<const uint32_t *>(abi::Address("g_queryMessageStepMap"));
-    const auto *sizes = static_cast<const uint32_t *>(abi::Address("g_copyStructMemorySizeMap"));
+    const auto *methods = lib::Global<TypeName[4]>("g_queryMethodNameMap");
+    const auto *periods = static_cast<const uint32_t *>(lib::Address("g_queryScheduledTaskConfigMap"));
+    const auto *steps = static_cast<const uint32_t *>(lib::Address("g_queryMessageStepMap"));
+    const auto *sizes = static_cast<const uint32_t *>(lib::Address("g_copyStructMemorySizeMap"));
 
     const char *names[4] = {"dca_get_disks_brief_info", "dca_get_disks_base_info", "dca_get_disks_health_info",
                             "dca_get_disks_iostat"};
@@ -227,18 +517,17 @@ TEST_F(LibrarySymbolsTest, ConstantTablesHoldTheirRows)
     }
     EXPECT_EQ(std::vector<uint32_t>(steps, steps + 4), (std::vector<uint32_t>{82, 13, 4, 20}));
     EXPECT_EQ(std::vector<uint32_t>(sizes, sizes + 4), (std::vector<uint32_t>{60, 416, 176, 120}));
-    EXPECT_EQ(std::vector<uint32_t>(periods, periods + 8),
-              (std::vector<uint32_t>{0, 5000, 1, 3600000, 2, 3000, 3, 3000}));
-    EXPECT_EQ(abi::Global<uint32_t>("g_ioTimePeriod"), 20u);
+    EXPECT_EQ(std::vector<uint32_t>(periods, periods + 4), (std::vector<uint32_t>{5000, 3600000, 3000, 3000}));
+    EXPECT_EQ(lib::Global<uint32_t>("g_ioTimePeriod"), 20u);
 }
 
 TEST_F(LibrarySymbolsTest, AgentRecordsNameTheirSockets)
 {
-    abi::Open();
+    lib::Open();
 
-    const auto &spdk = abi::Global<abi::AgentInfo>("g_uniqueSpdkAgent");
-    const auto &data = abi::Global<abi::AgentInfo>("g_uniqueDmaAgent");
-    const auto &kernel = abi::Global<abi::AgentInfo>("g_uniqueDcakAgent");
+    const auto &spdk = lib::Global<lib::AgentInfo>("g_uniqueSpdkAgent");
+    const auto &data = lib::Global<lib::AgentInfo>("g_uniqueDmaAgent");
+    const auto &kernel = lib::Global<lib::AgentInfo>("g_uniqueDcakAgent");
 
     EXPECT_STREQ(spdk.name, "unique_SPDK_agent");
     EXPECT_STREQ(spdk.address.path, "/var/tmp/spdk.sock");
@@ -252,26 +541,51 @@ TEST_F(LibrarySymbolsTest, AgentRecordsNameTheirSockets)
 TEST_F(LibrarySymbolsTest, TableOfThirtySixSlotsIsFilledByRegistration)
 {
     Open();
-    void **slots = abi::Global<void *[36]>("g_corvaneInfra");
+    void **slots = lib::Global<void *[36]>("g_corvaneInfra");
     for (int i = 0; i < 36; i++) {
         ASSERT_EQ(slots[i], nullptr) << i;
     }
 
     StartQuiet();
 
-    const char *installed[36] = {
-        "CorvaneOsMalloc", "CorvaneOsFree", "CorvaneOsThreadCreate", "CorvaneOsThreadYield", "CorvaneOsThreadSleep",
-        "CorvaneInfraLog", "CorvaneOsSemCreate", "CorvaneOsSemDestroy", "CorvaneOsSemDown", "CorvaneOsSemUp",
-        "CorvaneOsSemTryDown", "CorvaneOsSemTryDownWithinTimeout", "CorvaneOsSemDown", "CorvaneOsSemUp",
-        "CorvaneOsSemTryDown", "CorvaneOsSemTryDownWithinTimeout", "CorvaneOsAtomicCreate", "CorvaneOsAtomicDestroy",
-        "CorvaneOsAtomicGet", "CorvaneOsAtomicSet", "CorvaneOsAtomicCompareAndSet", "CorvaneOsAtomicAddAndGet",
-        "CorvaneOsAtomicIncrementAndGet", "CorvaneOsAtomicDecrementAndGet", "CorvaneOsSpinlockCreate",
-        "CorvaneOsSpinlockDestroy", "CorvaneOsSpinlockLock", "CorvaneOsSpinlockUnlock", "CorvaneOsSpinlockTryLock",
-        "CorvaneOsRwlockCreate", "CorvaneOsRwlockDestroy", "CorvaneOsRwlockLockWriteLock",
-        "CorvaneOsRwlockTryLockWriteLock", "CorvaneOsRwlockLockReadLock", "CorvaneOsRwlockTryLockReadLock",
-        "CorvaneOsRwlockUnlockRwlock"};
+    const char *installed[36] = {"CorvaneOsMalloc",
+                                 "CorvaneOsFree",
+                                 "CorvaneOsThreadCreate",
+                                 "CorvaneOsThreadYield",
+                                 "CorvaneOsThreadSleep",
+                                 "CorvaneInfraLog",
+                                 "CorvaneOsSemCreate",
+                                 "CorvaneOsSemDestroy",
+                                 "CorvaneOsSemDown",
+                                 "CorvaneOsSemUp",
+                                 "CorvaneOsSemTryDown",
+                                 "CorvaneOsSemTryDownWithinTimeout",
+                                 "CorvaneOsSemDown",
+                                 "CorvaneOsSemUp",
+                                 "CorvaneOsSemTryDown",
+                                 "CorvaneOsSemTryDownWithinTimeout",
+                                 "CorvaneOsAtomicCreate",
+                                 "CorvaneOsAtomicDestroy",
+                                 "CorvaneOsAtomicGet",
+                                 "CorvaneOsAtomicSet",
+                                 "CorvaneOsAtomicCompareAndSet",
+                                 "CorvaneOsAtomicAddAndGet",
+                                 "CorvaneOsAtomicIncrementAndGet",
+                                 "CorvaneOsAtomicDecrementAndGet",
+                                 "CorvaneOsSpinlockCreate",
+                                 "CorvaneOsSpinlockDestroy",
+                                 "CorvaneOsSpinlockLock",
+                                 "CorvaneOsSpinlockUnlock",
+                                 "CorvaneOsSpinlockTryLock",
+                                 "CorvaneOsRwlockCreate",
+                                 "CorvaneOsRwlockDestroy",
+                                 "CorvaneOsRwlockLockWriteLock",
+                                 "CorvaneOsRwlockTryLockWriteLock",
+                                 "CorvaneOsRwlockLockReadLock",
+                                 "CorvaneOsRwlockTryLockReadLock",
+                                 "CorvaneOsRwlockUnlockRwlock"};
     for (int i = 0; i < 36; i++) {
-        EXPECT_EQ(slots[i], abi::Lookup(installed[i])) << i;
+        EXPECT_EQ(slots[i], lib::Lookup(installed[i])) << i;
     }
 }
 
@@ -280,7 +594,7 @@ protected:
     void Log(uint32_t level, const std::string &text)
     {
         reinterpret_cast<void (*)(uint32_t, const char *, const char *, uint32_t, const char *, const char *, ...)>(
-            abi::Address("CorvaneInfraLog"))(level, "HOST", "tool.cpp", 7, "main", "%s", text.c_str());
+            lib::Address("CorvaneInfraLog"))(level, "HOST", "tool.cpp", 7, "main", "%s", text.c_str());
     }
 };
 
@@ -303,7 +617,7 @@ TEST_F(CorvaneInfraLogTest, DebugSwitchSlicesAt300)
 {
     StartQuiet();
     ClearHostLines();
-    abi::Global<bool>("g_debugLogSwitch") = true;
+    lib::Global<bool>("g_debugLogSwitch") = true;
 
     Log(7, std::string(301, 'x'));
     Log(7, "");
@@ -319,7 +633,7 @@ TEST_F(CorvaneInfraLogTest, HostsLevelDropsLines)
     g_hostResults.logLevel = 4;
     WriteText(prefix_ + "/config/corvane_config.json", "{\"feature_switch\":0}");
     Open();
-    (void)CaptureStdout([] { EXPECT_EQ(abi::InitCorvane(1), 0u); });
+    (void)CaptureStdout([] { EXPECT_EQ(lib::InitCorvane(1), 0u); });
     ClearHostLines();
 
     Log(4, "kept");
@@ -334,9 +648,9 @@ class CorvaneInfraMallocTest : public HostTest {};
 TEST_F(CorvaneInfraMallocTest, AsksTheHostsHeapAndLocks)
 {
     Open();
-    const abi::Call<void *(uint64_t)> allocate{"CorvaneInfraMalloc"};
-    const abi::Call<void(void *)> release{"CorvaneInfraFree"};
-    const abi::Call<void(void *)> lock{"CorvaneInfraSpinlockLock"};
+    const lib::Call<void *(uint64_t)> allocate{"CorvaneInfraMalloc"};
+    const lib::Call<void(void *)> release{"CorvaneInfraFree"};
+    const lib::Call<void(void *)> lock{"CorvaneInfraSpinlockLock"};
 
     release(allocate(48));
     release(nullptr);

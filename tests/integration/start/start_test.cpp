@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <fstream>
 #include <sstream>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -248,6 +249,24 @@ TEST_F(CorvanedTest, TellsAnyOtherFailureWithItsStatus)
     EXPECT_THAT(corvaned.Errors(), Not(HasSubstr("corvane_user is missing")));
     EXPECT_THAT(corvaned.Output(), HasSubstr("[INIT] ERROR : fail open process lock file " + kLockFile +
                                              " (errno:" + std::to_string(EISDIR) + ")."));
+}
+
+TEST_F(CorvanedTest, NamesTheAccountsThatAreMissing)
+{
+    std::ofstream("/tmp/passwd") << "root:x:0:0::/root:/bin/sh\n";
+    std::ofstream("/tmp/group") << "root:x:0:\n";
+    ASSERT_EQ(mount("/tmp/passwd", "/etc/passwd", nullptr, MS_BIND, nullptr), 0);
+    ASSERT_EQ(mount("/tmp/group", "/etc/group", nullptr, MS_BIND, nullptr), 0);
+    std::filesystem::create_directory(kLockFile); // opening a folder for writing fails
+    ChildProcess corvaned(Corvaned());
+
+    EXPECT_EQ(corvaned.WaitForExit(), 1);
+
+    EXPECT_EQ(umount2("/etc/passwd", MNT_DETACH), 0);
+    EXPECT_EQ(umount2("/etc/group", MNT_DETACH), 0);
+    EXPECT_THAT(corvaned.Errors(),
+                HasSubstr("; the user corvane_user is missing: useradd --system --no-create-home corvane_user"
+                          "; the group corvane_group is missing: groupadd --system corvane_group\n"));
 }
 
 struct UsageCase {

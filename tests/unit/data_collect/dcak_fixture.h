@@ -49,6 +49,39 @@ inline const Bytes kCdbInquirySerial{0x12, 1, 0x80, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0
 inline const Bytes kCdbThresholds{0x85, 0x08, 0x0E, 0, 0xD1, 0, 1, 0, 1, 0, 0x4F, 0, 0xC2, 0x00, 0xB0, 0};
 inline const Bytes kCdbSmartData{0x85, 0x09, 0x0E, 0, 0xD0, 0, 1, 0, 1, 0, 0x4F, 0, 0xC2, 0xA0, 0xB0, 0};
 
+/** The Background Scan page with these power-on minutes. */
+inline Bytes MinutesPage(uint32_t minutes)
+{
+    return {0x15,
+            0,
+            0,
+            0x14,
+            0,
+            0,
+            3,
+            0x10,
+            static_cast<uint8_t>(minutes >> 24),
+            static_cast<uint8_t>(minutes >> 16),
+            static_cast<uint8_t>(minutes >> 8),
+            static_cast<uint8_t>(minutes)};
+}
+
+/** The Solid State Media page of a disk with this much of its life used. */
+inline Bytes WearPage(uint8_t percent)
+{
+    return {0x11, 0, 0, 8, 0, 1, 3, 4, 0, 0, 0, percent};
+}
+
+/** A page with these bytes at these places. */
+inline Bytes PageWith(std::initializer_list<std::pair<size_t, uint8_t>> bytes, size_t size = 256)
+{
+    Bytes page(size, 0);
+    for (const auto &[at, value] : bytes) {
+        page[at] = value;
+    }
+    return page;
+}
+
 /** A kernel answer: something abnormal, with these codes. */
 inline std::function<void(sg_io_hdr_t &)> Outcome(uint16_t host, uint16_t driver)
 {
@@ -176,9 +209,9 @@ private:
     }
     static int PlannedOpen(const char *path, int flags)
     {
-        EXPECT_EQ(flags, O_RDWR);
+        EXPECT_EQ(flags, O_RDWR | O_CLOEXEC) << "a tool of another request must not hold the disk open";
         opened_.emplace_back(path);
-        return open(path, flags | O_CLOEXEC);
+        return open(path, flags);
     }
     static int PlannedIoctl(int, unsigned long request, void *arg)
     {

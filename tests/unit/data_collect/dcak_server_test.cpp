@@ -152,6 +152,8 @@ TEST_F(ParseReqAndResponseTest, IdAndMethodAreFoundByExactNameOnly)
     EXPECT_EQ(Respond(R"({"ID":7,"Method":"x"})"), R"({"jsonrpc":"2.0","id":0,"result":{"disks":[]}})");
     EXPECT_EQ(Respond(R"({"id":"7"})"), R"({"jsonrpc":"2.0","id":0,"result":{"disks":[]}})");
     EXPECT_EQ(Respond(R"({"id":7.9})"), R"({"jsonrpc":"2.0","id":7,"result":{"disks":[]}})");
+    EXPECT_EQ(Respond(R"({"id":4294967295})"), R"({"jsonrpc":"2.0","id":4294967295,"result":{"disks":[]}})");
+    EXPECT_EQ(Respond(R"({"id":1e300})"), R"({"jsonrpc":"2.0","id":0,"result":{"disks":[]}})");
 }
 
 TEST_F(ParseReqAndResponseTest, UnparsableRequestHasNoResponse)

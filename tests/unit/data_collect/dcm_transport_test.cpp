@@ -487,8 +487,8 @@ TEST_F(PostRequestTest, WaitsOutEveryTryOfASilentServer)
 
 TEST_F(PostRequestTest, SucceedsWhenALaterTryIsAnswered)
 {
-    // given a server that answers only after the second request
-    g_seams->timeoutMs = 20;
+    // given a server that answers only after the second request, and four more time-outs to do so
+    g_seams->timeoutMs = 500;
     Server server(Path(), [](int fd) {
         EXPECT_EQ(ReadUpTo(fd, 6), "askask");
         WriteAll(fd, "late");

@@ -261,6 +261,19 @@ TEST_F(GetNewDiskIdTest, WrapsBehind127ToTheFirstFreeSlot)
     EXPECT_EQ(AddByCursor("SN-1"), 1u);
 }
 
+TEST_F(GetNewDiskIdTest, GoesThroughTheWholeTableBeforeAFreedIdentifierComesBack)
+{
+    ASSERT_EQ(AddByCursor("SN-0"), 0u);
+    ASSERT_EQ(AddByCursor("SN-1"), 1u);
+
+    for (uint32_t id = 2; id < 128; id++) {
+        EXPECT_EQ(AddByCursor("SN-" + std::to_string(id)), id);
+        ASSERT_EQ(TakeOffline(id - 1, "SN-" + std::to_string(id - 1)), 0u);
+    }
+
+    EXPECT_EQ(AddByCursor("SN-NEW"), 1u);
+}
+
 TEST_F(GetNewDiskIdTest, StartsAtTheLowestFreeIdentifierAfterARestart)
 {
     ASSERT_EQ(AddByCursor("SN-0"), 0u);
@@ -343,6 +356,22 @@ TEST_F(GetDiskIdBySnTest, LooksAt40CharactersOfATextWithoutTerminator)
     EXPECT_EQ(GetDiskIdBySn({40, sn.data()}, &id), 4u);
 
     EXPECT_TRUE(Logged(7, kModule, "GetDiskIdBySn can't find sn = " + sn));
+}
+
+TEST_F(GetDiskIdBySnTest, TellsDisksApartByTheirLastCharacter)
+{
+    const std::string sn = std::string(38, 'S') + "A";
+    const std::string other = std::string(38, 'S') + "B";
+    ASSERT_EQ(Add(0, sn), 0u);
+    uint32_t id = 99;
+
+    EXPECT_EQ(GetDiskIdBySn(Ref(other), &id), 4u);
+    EXPECT_EQ(IsSNExist(Ref(other)), kFail);
+    EXPECT_EQ(Add(0, other), kFail) << "another disk's record";
+    EXPECT_EQ(Add(1, other), 0u);
+
+    EXPECT_EQ(GetDiskIdBySn(Ref(other), &id), 0u);
+    EXPECT_EQ(id, 1u);
 }
 
 TEST_F(IsSNExistTest, GivesZeroForAKnownSerialNumberWhateverItsLength)

@@ -7,9 +7,10 @@
 #include <unistd.h>
 
 #include "bounded/bounded.h"
-#include "data_collect/data_collect_agent/data_collect_agent_kernel/dcak_disk_info.h"
+#include "data_collect/data_collect_agent/data_collect_agent_kernel/dcak_identity.h"
 #include "data_collect/data_collect_agent/data_collect_agent_kernel/dcak_log.h"
 #include "data_collect/data_collect_agent/data_collect_agent_kernel/dcak_lsblk.h"
+#include "data_collect/data_collect_agent/data_collect_agent_kernel/dcak_request.h"
 #include "infrastructure/common/corvane_raii.h"
 #include "infrastructure/common/os_calls.h"
 

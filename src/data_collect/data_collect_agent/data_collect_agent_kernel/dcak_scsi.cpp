@@ -169,7 +169,7 @@ uint32_t OpenDevExecIoctl(const char *devicePath, sg_io_hdr_t *hdr) noexcept
         DCAK_LOG_FAILURE("open dev failed: %s", devicePath != nullptr ? devicePath : "");
         return DCAK_FAIL;
     }
-    const UniqueFd fd(g_osCalls.open(path.data(), O_RDWR));
+    const UniqueFd fd(g_osCalls.open(path.data(), O_RDWR | O_CLOEXEC));
     if (!fd.Valid()) {
         DCAK_LOG_FAILURE("open dev failed: %s", devicePath);
         return DCAK_FAIL;

@@ -95,8 +95,15 @@ CJsonPtr MakeEmptyResult()
     return cJSON_AddArrayToObject(result.get(), "disks") != nullptr ? std::move(result) : nullptr;
 }
 
+/** The whole part of a number; the integer member of cJSON would stop at INT_MAX. What no 64-bit integer holds is 0. */
+double IntegerOf(double number)
+{
+    constexpr double kLimit = 9223372036854775808.0; // 2^63
+    return number > -kLimit && number < kLimit ? static_cast<double>(static_cast<int64_t>(number)) : 0;
+}
+
 /** The text of a response. Takes the result over. */
-CJsonText MakeResponse(int id, CJsonPtr result)
+CJsonText MakeResponse(double id, CJsonPtr result)
 {
     if (result == nullptr) {
         result = MakeEmptyResult();
@@ -300,7 +307,7 @@ uint32_t ParseReqAndResponse(const char *requestText, char **responseTextOut) no
         return DCAK_FAIL;
     }
     const cJSON *idItem = cJSON_GetObjectItemCaseSensitive(request.get(), "id");
-    const int id = cJSON_IsNumber(idItem) ? idItem->valueint : 0;
+    const double id = cJSON_IsNumber(idItem) ? IntegerOf(idItem->valuedouble) : 0;
     cJSON *methodItem = cJSON_GetObjectItemCaseSensitive(request.get(), "method");
     cJSON *result = nullptr;
     if (cJSON_IsString(methodItem) && methodItem->valuestring != nullptr &&

@@ -44,3 +44,9 @@ TEST(BoundedTextTest, TakesNullAsEmpty)
 
     EXPECT_STREQ(text.Get(), "");
 }
+
+TEST(TextOrNullTest, StandsInForAMissingText)
+{
+    EXPECT_STREQ(TextOrNull("text"), "text");
+    EXPECT_STREQ(TextOrNull(nullptr), "(null)");
+}

@@ -664,6 +664,15 @@ TEST_F(CorvaneOsExecuteCmdTest, RefusesNull)
     EXPECT_EQ(CorvaneOsExecuteCmd(nullptr, "&>"), 1);
 }
 
+TEST_F(CorvaneOsExecuteCmdTest, LooksBehindAnAllowedCharacter)
+{
+    const std::string marker = Prefix() + "/ran";
+
+    EXPECT_EQ(CorvaneOsExecuteCmd(("true & touch " + marker + "; true").c_str(), "&"), 1);
+
+    EXPECT_FALSE(std::filesystem::exists(marker)) << "no shell was started";
+}
+
 TEST_F(CorvaneOsExecuteCmdTest, SaysThatThereIsNoProcessToWaitFor)
 {
     struct sigaction former = {};
@@ -749,6 +758,23 @@ TEST_F(CorvaneOsLogCompressAndBakupTest, MovesTheFileAndStartsTheScript)
     EXPECT_EQ(ReadFile(kName), "lines");
     EXPECT_FALSE(std::filesystem::exists(kRotated));
     EXPECT_EQ(ModeOf(kBackups), 0750u);
+}
+
+TEST_F(CorvaneOsLogCompressAndBakupTest, TakesAStatusOf10AsSuccess)
+{
+    // The command runs behind the shell, so only another shell can end with anything but 0.
+    const std::string shell = Prefix() + "/shell";
+    WriteFile(shell, "#!/bin/bash\nkill -10 $$\n");
+    ASSERT_EQ(chmod(shell.c_str(), 0755), 0);
+    WriteFile(kRotated, "lines");
+    ASSERT_EQ(mount(shell.c_str(), "/bin/sh", nullptr, MS_BIND, nullptr), 0);
+
+    const int32_t status = CorvaneOsExecuteCmd("true", nullptr);
+    const std::string errors = Run();
+
+    ASSERT_EQ(umount2("/bin/sh", MNT_DETACH), 0);
+    EXPECT_EQ(status, 10);
+    EXPECT_THAT(errors, ::testing::EndsWith("[LOGBAK] [INFO] CorvaneOsLogCompressAndBakup success.\n"));
 }
 
 TEST_F(CorvaneOsLogCompressAndBakupTest, SaysThatThereIsNoFile)
