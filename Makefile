@@ -2,7 +2,7 @@
 SHELL := /bin/bash
 JOBS ?= $(shell nproc)
 .DEFAULT_GOAL := help
-.PHONY: help demo test build lint format unit asan tsan clang coverage fuzz bench bench-smoke vm-test deps clean install
+.PHONY: help demo test build lint format unit asan tsan clang coverage fuzz bench bench-smoke vm-test deps clean
 
 help: ## list the targets
 	@awk -F ':.*## ' '/^[a-z-]+:.*## /{printf "  make %-12s %s\n", $$1, $$2}' $(MAKEFILE_LIST)
@@ -37,10 +37,10 @@ asan: ## the same under address and undefined-behaviour sanitizers
 	@tools/build.sh asan
 	@ctest --preset asan -j$(JOBS)
 
-tsan: ## the same under the thread sanitizer
+tsan: ## the threaded ones under the thread sanitizer
 	@tools/deps.sh build
-	@tools/build.sh tsan
-	@ctest --preset tsan -j$(JOBS)
+	@tools/build.sh tsan threaded_tests
+	@ctest --preset tsan -j$(JOBS) -L threaded
 
 clang: ## build with clang 14, warnings and lock checking as errors
 	@tools/deps.sh build lint

@@ -21,10 +21,10 @@ single() { # NAME COMMAND...   a stage that is one test
   if "$@"; then stage "$name" $((SECONDS - t)) 1 0; else stage "$name" $((SECONDS - t)) 0 1; fi
 }
 
-ctest_stage() { # PRESET [CTEST ARGUMENTS...]
-  local preset=$1 t=$SECONDS xml=build/$1/tests.xml total bad skipped
-  shift
-  if ! tools/build.sh "$preset" >"build/$preset.log" 2>&1; then
+ctest_stage() { # PRESET TARGET [CTEST ARGUMENTS...]
+  local preset=$1 target=$2 t=$SECONDS xml=build/$1/tests.xml total bad skipped
+  shift 2
+  if ! tools/build.sh "$preset" "$target" >"build/$preset.log" 2>&1; then
     tail -n 60 "build/$preset.log"
     stage "$preset" $((SECONDS - t)) 0 1
     return
@@ -60,9 +60,9 @@ tools/deps.sh build lint demo vm || exit 1
 mkdir -p build
 for s in $stages; do
   case $s in
-    release) ctest_stage release ;;
-    asan) ctest_stage asan ;;
-    tsan) ctest_stage tsan -L threaded ;;
+    release) ctest_stage release all ;;
+    asan) ctest_stage asan all ;;
+    tsan) ctest_stage tsan threaded_tests -L threaded ;;
     lint)
       # the symbol check of lint looks at the release library
       tools/build.sh release corvane >build/release.log 2>&1 || tail -n 60 build/release.log

@@ -42,7 +42,6 @@ bool ParseOptions(int argc, char **argv, Options &options, std::string &error)
         {"prefix", required_argument, nullptr, 'p'},
         {"status-interval", required_argument, nullptr, 's'},
         {"status-format", required_argument, nullptr, 'f'},
-        {"status-format", required_argument, nullptr, 'f'},
         {"help", no_argument, nullptr, 'h'},
         {"version", no_argument, nullptr, 'V'},
         {nullptr, 0, nullptr, 0},

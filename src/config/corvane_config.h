@@ -100,7 +100,7 @@ CORVANE_NODISCARD CORVANE_API cJSON *LoadConfigFileNotExist(void) CORVANE_NOEXCE
  * @param[in]     upgradeNode Only read.
  * @param[in]     depth       0 at the top; 5 and above are refused.
  * @retval 0 Merged.
- * @retval 1 Too deep, or no memory.
+ * @retval 1 Too deep, a null tree, a member without a name, or no memory.
  */
 CORVANE_NODISCARD CORVANE_API uint32_t ConfigUpgradeNode(cJSON *node, cJSON *upgradeNode,
                                                          uint32_t depth) CORVANE_NOEXCEPT;

@@ -1,6 +1,6 @@
 /**
  * @file disk_types.h
- * @brief Values and records of a disk that cross module borders. Layouts are fixed (x86-64 System V).
+ * @brief Values and records of a disk that cross module borders; no state. Layouts are fixed (x86-64 System V).
  */
 #ifndef CORVANE_DISK_TYPES_H
 #define CORVANE_DISK_TYPES_H
@@ -57,9 +57,9 @@ typedef struct DiskSnRef {
 /** The base record of a disk, owned by the registry. */
 typedef struct DiskMgrObj {
     uint32_t diskId;
-    uint32_t diskState; /**< DISK_STATE_E */
-    uint32_t frameId;
-    uint32_t slotId;
+    uint32_t diskState;    /**< DISK_STATE_E */
+    uint32_t frameId;      /**< 0xFFFFFFFF: unknown */
+    uint32_t slotId;       /**< 0xFFFFFFFF: unknown */
     uint64_t diskCapacity; /**< bytes */
     uint32_t sectorSize;   /**< bytes */
     char vendor[10];

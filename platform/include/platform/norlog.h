@@ -25,12 +25,12 @@ extern "C" {
 /**
  * Selects the log folder, for now if the log runs, or for the next norlog_init(). It is made if it is absent.
  * @param backupPath Not used: rotated files stay in the log folder.
- * @return 0, or EINVAL for a null or empty path.
+ * @return 0; EINVAL for a null or empty path, or one of 4096 characters and more; ENOMEM.
  */
 int norlog_set_file_path_ext(const char *path, const char *backupPath);
 /**
  * Starts the log. Calls are counted. A folder that cannot be written is told once on standard error.
- * @return 0, also if lines go to standard error; ENOMEM.
+ * @return 0, also if lines go to standard error; ENOMEM; EAGAIN if there is no thread for the flushing.
  */
 int norlog_init(void);
 /** Number of rotated files to keep, at most 10000; 10 before the first call. @return 0, or EINVAL. */

@@ -1,6 +1,6 @@
 /**
  * @file dcm_types.h
- * @brief Records of the data collection master. Layouts are fixed (x86-64 System V).
+ * @brief Records of the data collection master; no state. Layouts are fixed (x86-64 System V).
  */
 #ifndef DCM_TYPES_H
 #define DCM_TYPES_H
@@ -35,7 +35,7 @@ typedef struct AgentIpv4Address {
 
 /** An agent. Passed by value and by address; compared by IsAgentEqual. */
 typedef struct AgentInfo {
-    char name[32];
+    char name[32];      /**< for the log and the comparison; 32 characters need no terminator */
     uint32_t AgentType; /**< enum AgentTransport */
     union {
         char path[32]; /**< socket file; 32 characters need no terminator */

@@ -2,7 +2,9 @@
  * @file data_mgr_master_internal.h
  * @brief What the sources of the store share and nobody else sees.
  *
- * Owns the store's two flags and the seams towards the agents. The flags are written with g_dataMgrLock held.
+ * Owns the store's two flags and the seams towards the agents. The flags are written with g_dataMgrLock held and read
+ * with or without it. The seams are set by tests only, before other threads use the store. Takes no lock; which
+ * functions need g_dataMgrLock held stands at each.
  */
 #ifndef DATA_MGR_MASTER_INTERNAL_H
 #define DATA_MGR_MASTER_INTERNAL_H

@@ -1,6 +1,6 @@
 /**
  * @file corvane_log.h
- * @brief The two forms of the log statement. C++ sources only.
+ * @brief The two forms of the log statement. C++ sources only; any thread, whatever locks it holds.
  */
 #ifndef CORVANE_LOG_H
 #define CORVANE_LOG_H

@@ -2,7 +2,7 @@
  * @file corvane_raii.h
  * @brief Owners for what the library must give back: JSON trees, files, pipes, descriptors, table memory, locks.
  *
- * Writers close by hand and test the result; a destructor cannot report a full disk.
+ * Each is for one thread at a time. Writers close by hand and test the result; a destructor cannot report a full disk.
  */
 #ifndef CORVANE_RAII_H
 #define CORVANE_RAII_H

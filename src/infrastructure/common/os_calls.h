@@ -1,6 +1,6 @@
 /**
  * @file os_calls.h
- * @brief System calls that tests replace: the real functions by default, set by tests only.
+ * @brief System calls that tests replace: the real ones by default. Read without a lock: set before threads start.
  */
 #ifndef CORVANE_OS_CALLS_H
 #define CORVANE_OS_CALLS_H

@@ -27,8 +27,9 @@ extern CORVANE_API uint32_t g_dcakLinkErr;
  *
  * Each call unlinks the socket file and starts a further server. There is no stop; a server runs until its accept
  * fails or the process ends. The listener needs the rights to chown the socket, the handlers those for SG_IO.
- * @retval 0          A server thread was started, or the server type is none that can be served.
- * @retval DCAK_FAIL  lsblk is missing or too old, or the thread was refused.
+ * @retval 0          A server thread was asked for, or the server type is none that can be served. A thread that the
+ *                    system refuses, a failed bind and a missing account show only in the log, and by nobody serving.
+ * @retval DCAK_FAIL  lsblk is missing or too old.
  */
 CORVANE_API uint32_t DcakInitSocketSever(void) CORVANE_NOEXCEPT;
 

@@ -26,7 +26,7 @@ typedef struct ArrayList {
  * @param[out] list   Overwritten; holds no list after a failure.
  * @param[in]  count  Records, at least 1.
  * @param[in]  size   Bytes of one record, at least 1.
- * @retval 0       Made; ArrayListDelete() frees it.
+ * @retval 0                  Made; ArrayListDelete() frees it.
  * @retval DCM_ERR_BAD_INPUT  @p list is null, or @p count or @p size is 0.
  * @retval DCM_ERR_NO_MEMORY  No memory; nothing is left over.
  */

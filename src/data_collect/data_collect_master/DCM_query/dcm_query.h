@@ -57,10 +57,10 @@ CORVANE_NODISCARD CORVANE_API DiskBriefInfo **QueryDeviceList(const AgentInfo *a
  * @param[out] arrayList    At least deviceCount records of the type's size; the first ones are filled, as many as the
  *                          agent answered. Records filled before a failure stay filled.
  * @param[out] responseOut  On 0 the whole answer, deleted by the caller; otherwise null.
- * @retval 0        Queried.
- * @retval DCM_ERR_BAD_INPUT   A null argument, a bad type or too few records.
- * @retval DCM_ERR_NO_MEMORY   No memory for the request.
- * @retval DCM_ERR_POST      No answer, or one that is no JSON.
+ * @retval 0                     Queried.
+ * @retval DCM_ERR_BAD_INPUT     A null argument, a bad type or too few records.
+ * @retval DCM_ERR_NO_MEMORY     No memory for the request.
+ * @retval DCM_ERR_POST          No answer, or one that is no JSON.
  * @retval DCM_ERR_BAD_RESPONSE  The answer failed a check.
  * @return Any other value is the copy function's.
  */

@@ -53,7 +53,7 @@ CORVANE_NODISCARD CORVANE_API cJSON *ConstructIoInfoFrameRequest(const char *met
 /**
  * @brief The decimal text of a number.
  * @param[in,out] out  Must be empty on entry. Afterwards the caller frees out->buf with slot 1 of the adapter table.
- * @retval 0       @p out holds the text.
+ * @retval 0                  @p out holds the text.
  * @retval DCM_ERR_BAD_INPUT  @p out is null or not empty.
  * @retval DCM_ERR_NO_MEMORY  No memory; @p out is empty.
  */

@@ -29,7 +29,7 @@ typedef struct StepQueryTaskContext {
 
 /**
  * @brief QueryMessageAndSave() for all devices, in slices of g_queryMessageStepMap[type], all at once.
- * @retval 0       All slices are stored.
+ * @retval 0                  All slices are stored.
  * @retval DCM_ERR_BAD_INPUT  A bad type or null argument, or more than 255 slices.
  * @retval DCM_ERR_NO_MEMORY  No semaphore, or a slice without memory or thread; the other slices have run.
  * @return Otherwise the failure of a slice; of several the last.

@@ -31,7 +31,8 @@ TEST(BoundedTextTest, StopsAtTheLengthThatMayBeRead)
 
 TEST(BoundedTextTest, IsZeroBehindItsText)
 {
-    BoundedText<4> text("12");
+    const char field[4] = {'1', '2'};
+    BoundedText<4> text(field);
 
     text.Data()[2] = '3';
 
