@@ -25,7 +25,8 @@ CORVANE_ALLOC_COUNT=$work/blocks LD_PRELOAD=$build/lib/alloc_count.so "$build/bi
 pid=$!
 pids+=("$pid")
 
-known() { grep -c '"sn"' "$prefix/config/disk_mgr.config" 2>/dev/null || :; }
+registry=$prefix/config/disk_mgr.config
+known() { if [ -e "$registry" ]; then grep -c '"sn"' "$registry" || :; else echo 0; fi; }
 # until the number of disks has not changed over two scans
 last=-1 same=0
 for _ in $(seq 120); do

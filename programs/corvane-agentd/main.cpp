@@ -205,7 +205,7 @@ int Run()
     const bool asked = WaitForEnd(signals);
     (void)NotifyServiceManager("STOPPING=1\nSTATUS=Stopping");
     RemoveSocket(socketFile);
-    (void)norlog_destroy();
+    // The log stays open: connections may still be served and write to it. What it holds is flushed by the end of main.
     return asked ? EXIT_CODE_OK
                  : Fail(EXIT_CODE_START_FAILED, std::string("the agent has stopped serving; see ") + kLogFolder);
 }
