@@ -9,7 +9,7 @@ help: ## list the targets
 
 demo: ## build, then watch disks come online, one leave and return (needs root or sudo)
 	@tools/deps.sh build demo
-	@tools/build.sh release
+	@tools/build.sh release corvaned corvane-agentd corvane-sim
 	@programs/demo/demo.sh build/release
 
 test: ## everything: lint, unit and integration tests, sanitizers, virtual machine, benchmark smoke run
@@ -66,7 +66,7 @@ bench-smoke: ## every benchmark once, briefly
 
 vm-test: ## tests in a virtual machine with a real kernel and emulated disks
 	@tools/deps.sh build vm
-	@tools/build.sh release
+	@tools/build.sh release corvaned corvane-agentd corvane-sim
 	@tests/vm/run.sh
 
 deps: ## install every Debian package that the targets use

@@ -16,5 +16,14 @@ grep -q '^corvane_user:' "$accounts/passwd" || echo 'corvane_user:x:64995:64995:
 mount --bind "$accounts/passwd" /etc/passwd
 mount --bind "$accounts/group" /etc/group
 rm -r "$accounts" # the bind mounts keep the files
+# This tree may itself lie below one of the folders that are about to be covered: it is put back where it was.
+root=$(readlink -f "$(dirname "$0")/..")
+exec 3<"$root"
 for folder in /tmp /var/tmp /var/log; do mount -t tmpfs -o mode=1777 corvane "$folder"; done
+if [ ! -e "$root" ]; then
+  mkdir -p "$root"
+  mount --no-canonicalize --bind /proc/self/fd/3 "$root" # the descriptor, not the covered path it names
+fi
+exec 3<&-
+cd "$root"
 exec "$@"

@@ -46,7 +46,7 @@ running=0
 for name in "${cases[@]}"; do
   one "$name" &
   running=$((running + 1))
-  if [ $running -ge "${VM_JOBS:-2}" ]; then wait -n || bad=1; running=$((running - 1)); fi
+  if [ $running -ge "${VM_JOBS:-1}" ]; then wait -n || bad=1; running=$((running - 1)); fi
 done
 while [ $running -gt 0 ]; do wait -n || bad=1; running=$((running - 1)); done
 exit $bad
