@@ -30,7 +30,7 @@ one() {
   out=build/vm/results/$name
   rm -rf "$out"
   mkdir -p "$out"
-  tests/vm/lab/vmlab -q -T 300 -t "tests/vm/topology/$topology.json" -s "tests/vm/cases/$name.sh" -p "$payload" -o "$out" 2>"$out/lab.txt"
+  tests/vm/lab/vmlab -q -T 450 -t "tests/vm/topology/$topology.json" -s "tests/vm/cases/$name.sh" -p "$payload" -o "$out" 2>"$out/lab.txt"
   rc=$?
   if [ $rc -eq 0 ] && ! grep -q '^FAIL' "$out/console.txt"; then
     echo "vm: $name ok ($(grep -c '^ok ' "$out/console.txt") checks, $((SECONDS - start)) s)"
