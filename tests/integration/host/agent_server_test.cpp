@@ -114,10 +114,9 @@ TEST_F(DcakInitSocketSeverTest, SocketBelongsToRootAndTheGroup)
 
 TEST_F(DcakInitSocketSeverTest, WithoutTheGroupClientsFailAtOnce)
 {
-    ASSERT_EQ(umount("/etc/group"), 0);
-    if (getgrnam("corvane_group") != nullptr) {
-        GTEST_SKIP() << "the machine has the group";
-    }
+    // In this test's own mounts the system has no groups at all, whatever the machine has.
+    ASSERT_EQ(mount("/dev/null", "/etc/group", nullptr, MS_BIND, nullptr), 0);
+    ASSERT_EQ(getgrnam("corvane_group"), nullptr);
 
     EXPECT_EQ(lib::Call<uint32_t()>{"DcakInitSocketSever"}(), 0u);
 
