@@ -5,7 +5,7 @@ set -euo pipefail
 packages=()
 for group in "$@"; do
   case $group in
-    build) packages+=(g++ make cmake ninja-build pkg-config ccache git libcjson-dev libspdlog-dev libgtest-dev libgmock-dev
+    build) packages+=(g++ make cmake ninja-build pkg-config ccache git libcjson-dev libmxml-dev libspdlog-dev libedit-dev libcli11-dev libgtest-dev libgmock-dev
                       libbenchmark-dev util-linux udev mawk grep procps) ;;
     demo) packages+=(jq util-linux udev mawk grep procps) ;;
     lint) packages+=(clang clang-format clang-tidy llvm libclang-rt-14-dev cppcheck shellcheck codespell man-db gcovr) ;;

@@ -26,4 +26,5 @@ if [ ! -e "$root" ]; then
 fi
 exec 3<&-
 cd "$root"
+export NORDIAG_DIR=/tmp/nordiag # sockets of the debug shell; /run is everybody's
 exec "$@"

@@ -3,27 +3,29 @@
 #include <array>
 #include <cerrno>
 #include <cstdarg>
-#include <cstddef>
 #include <cstdio>
-#include <cstring>
+#include <cstdlib>
+#include <memory>
 #include <pthread.h>
 
-static_assert(sizeof(DBG_CmdInfo) == 104);
-static_assert(offsetof(DBG_CmdInfo, description) == 20 && offsetof(DBG_CmdInfo, exec) == 88 &&
-              offsetof(DBG_CmdInfo, help) == 96);
+#include "nordiagnose_commands.h"
+#include "nordiagnose_server.h"
+#include "nordiagnose_session.h"
 
 namespace {
 
 constexpr size_t kMaxAgents = 8;
 
+enum class AgentState { FREE, CHANGING, REGISTERED };
+
 struct Agent {
-    int processId; ///< 0: free row
-    std::array<char, 32> name;
+    AgentState state;
+    int processId;
+    nordiag::Server *server; ///< null: no socket could be had
 };
 
-pthread_mutex_t g_lock = PTHREAD_MUTEX_INITIALIZER; ///< the two tables
+pthread_mutex_t g_lock = PTHREAD_MUTEX_INITIALIZER; ///< the agents; sockets are opened and ended without it
 std::array<Agent, kMaxAgents> g_agents;
-std::array<DBG_CmdInfo, DBG_MAX_COMMANDS> g_commands; ///< an empty name is a free row
 
 class Guard {
 public:
@@ -36,46 +38,57 @@ public:
 Agent *FindAgentLocked(int processId) noexcept
 {
     for (Agent &agent : g_agents) {
-        if (agent.processId == processId) {
+        if (agent.state != AgentState::FREE && agent.processId == processId) {
             return &agent;
         }
     }
     return nullptr;
 }
 
-DBG_CmdInfo *FindCommandLocked(const char *name) noexcept
+/** Keeps a row for the process. @return 0 or an errno number. */
+int ReserveAgent(int processId, Agent *&reserved) noexcept
 {
-    for (DBG_CmdInfo &command : g_commands) {
-        if (std::strncmp(command.name, name, sizeof(command.name)) == 0) {
-            return &command;
+    const Guard guard;
+    if (FindAgentLocked(processId) != nullptr) {
+        return EEXIST;
+    }
+    for (Agent &agent : g_agents) {
+        if (agent.state == AgentState::FREE) {
+            agent = {AgentState::CHANGING, processId, nullptr};
+            reserved = &agent;
+            return 0;
         }
     }
-    return nullptr;
+    return ENOSPC;
 }
 
-bool IsTerminated(const char *text, size_t size) noexcept
+struct FreeText {
+    void operator()(char *text) const noexcept { std::free(text); }
+};
+using TextPtr = std::unique_ptr<char, FreeText>;
+
+/** To the client whose command runs on this thread, else to standard output in one piece. */
+bool PrintText(std::string_view text) noexcept
 {
-    return std::memchr(text, '\0', size) != nullptr;
+    nordiag::Session *session = nordiag::CurrentSession();
+    if (session != nullptr) {
+        return session->Print(text);
+    }
+    flockfile(stdout);
+    const bool written = std::fwrite(text.data(), 1, text.size(), stdout) == text.size() && std::fflush(stdout) == 0;
+    funlockfile(stdout);
+    return written;
 }
 
-int Unregister(const char *name) noexcept
+__attribute__((format(printf, 1, 0))) int PrintOperator(const char *format, va_list args) noexcept
 {
-    if (name == nullptr || name[0] == '\0') {
+    char *text = nullptr;
+    const int length = vasprintf(&text, format, args);
+    if (length < 0) {
         return -1;
     }
-    const Guard guard;
-    DBG_CmdInfo *command = FindCommandLocked(name);
-    if (command == nullptr) {
-        return -1;
-    }
-    *command = {};
-    return 0;
-}
-
-int PrintOperator(const char *format, va_list args) noexcept
-{
-    const int length = std::vprintf(format, args);
-    return std::fflush(stdout) == 0 ? length : -1;
+    const TextPtr owner(text);
+    return PrintText({text, static_cast<size_t>(length)}) ? length : -1;
 }
 
 } // namespace
@@ -89,57 +102,47 @@ DBG_API int DBG_DiagnoseAgentInit(int processId, const char *agentName) noexcept
     if (processId <= 0 || agentName == nullptr || agentName[0] == '\0') {
         return EINVAL;
     }
+    Agent *agent = nullptr;
+    const int status = ReserveAgent(processId, agent);
+    if (status != 0) {
+        return status;
+    }
+    nordiag::Server *server = nordiag::ServerStart(processId, agentName);
     const Guard guard;
-    if (FindAgentLocked(processId) != nullptr) {
-        return EEXIST;
-    }
-    Agent *agent = FindAgentLocked(0);
-    if (agent == nullptr) {
-        return ENOSPC;
-    }
-    agent->processId = processId;
-    (void)std::snprintf(agent->name.data(), agent->name.size(), "%s", agentName);
+    *agent = {AgentState::REGISTERED, processId, server};
     return 0;
 }
 
 DBG_API int DBG_DiagnoseAgentDestroy(int processId) noexcept
 {
-    const Guard guard;
-    Agent *agent = processId > 0 ? FindAgentLocked(processId) : nullptr;
-    if (agent == nullptr) {
-        return ENOENT;
+    Agent *agent = nullptr;
+    {
+        const Guard guard;
+        agent = processId > 0 ? FindAgentLocked(processId) : nullptr;
+        if (agent == nullptr || agent->state != AgentState::REGISTERED) {
+            return ENOENT;
+        }
+        agent->state = AgentState::CHANGING;
     }
+    nordiag::ServerStop(agent->server);
+    const Guard guard;
     *agent = {};
     return 0;
 }
 
 DBG_API int DBG_RegCmd(const DBG_CmdInfo *command, ...) noexcept
 {
-    if (command == nullptr || command->name[0] == '\0' || command->exec == nullptr ||
-        !IsTerminated(command->name, sizeof(command->name)) ||
-        !IsTerminated(command->description, sizeof(command->description))) {
-        return -1;
-    }
-    const Guard guard;
-    if (FindCommandLocked(command->name) != nullptr) {
-        return -1;
-    }
-    DBG_CmdInfo *row = FindCommandLocked("");
-    if (row == nullptr) {
-        return -1;
-    }
-    *row = *command;
-    return 0;
+    return nordiag::CommandAdd(command);
 }
 
 DBG_API int DBG_UnRegCmd(const char *name) noexcept
 {
-    return Unregister(name);
+    return nordiag::CommandRemove(name, nordiag::CurrentSession() == nullptr);
 }
 
 DBG_API int DBG_UnRegCmdToCLI(const char *name, ...) noexcept
 {
-    return Unregister(name);
+    return nordiag::CommandRemove(name, nordiag::CurrentSession() == nullptr);
 }
 
 DBG_API int DBG_Print(const char *format, ...) noexcept
@@ -161,38 +164,32 @@ DBG_API int DBG_PrintBuf(const char *format, ...) noexcept
     }
     va_list args;
     va_start(args, format);
-    flockfile(stdout);
     const int length = PrintOperator(format, args);
-    funlockfile(stdout);
     va_end(args);
     return length;
 }
 
 DBG_API int DBG_ShowUsageAndErrMsg(const char *format, ...) noexcept
 {
+    char *text = nullptr;
+    size_t size = 0;
     int status = 0;
-    flockfile(stdout);
+    std::FILE *out = open_memstream(&text, &size);
+    if (out == nullptr) {
+        return -1;
+    }
     if (format != nullptr) {
         va_list args;
         va_start(args, format);
-        status = std::vprintf(format, args);
+        status = std::vfprintf(out, format, args);
         va_end(args);
-        (void)std::printf("\n");
+        (void)std::fputc('\n', out);
     }
-    (void)std::printf("Usage: <group> <command> [arguments]\n");
-    {
-        const Guard guard;
-        for (const DBG_CmdInfo &command : g_commands) {
-            if (command.name[0] != '\0') {
-                (void)std::printf("  %-20s%s\n", command.name, command.description);
-            }
-        }
-    }
-    if (std::fflush(stdout) != 0) {
-        status = -1;
-    }
-    funlockfile(stdout);
-    return status;
+    (void)std::fputs("Usage: <group> <command> [arguments]\n", out);
+    nordiag::CommandsPrint(out);
+    const bool complete = std::fclose(out) == 0;
+    const TextPtr owner(text);
+    return complete && PrintText({text, size}) ? status : -1;
 }
 
 } // extern "C"

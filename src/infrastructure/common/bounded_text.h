@@ -31,6 +31,17 @@ private:
     std::array<char, Size + 1> text_{};
 };
 
+/** The text of an error number, in memory of its own: strerror() belongs to all threads. */
+class ErrorText {
+public:
+    explicit ErrorText(int error) noexcept : text_(strerror_r(error, buffer_.data(), buffer_.size())) {}
+    [[nodiscard]] const char *Get() const noexcept { return text_; }
+
+private:
+    std::array<char, 128> buffer_{};
+    const char *text_;
+};
+
 /** @return @p text, or what stands for a missing one in a log line. */
 inline const char *TextOrNull(const char *text) noexcept
 {

@@ -83,6 +83,11 @@ OsCalls g_osCalls = {
     .sigaction = sigaction,
     .access = access,
     .ftell = std::ftell,
+    .getsockopt = getsockopt,
+    .bind = bind,
+    .recvmsg = recvmsg,
+    .close = close,
+    .sleep = sleep,
 };
 
 OsPaths g_osPaths = {.sys = "", .proc = "", .dev = ""};

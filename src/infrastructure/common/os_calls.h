@@ -48,6 +48,11 @@ struct OsCalls {
     int (*sigaction)(int number, const struct sigaction *action, struct sigaction *former);
     int (*access)(const char *path, int mode);
     long (*ftell)(std::FILE *file);
+    int (*getsockopt)(int fd, int level, int name, void *value, socklen_t *length);
+    int (*bind)(int fd, const struct sockaddr *address, socklen_t length);
+    ssize_t (*recvmsg)(int fd, struct msghdr *message, int flags);
+    int (*close)(int fd);
+    unsigned int (*sleep)(unsigned int seconds);
 };
 
 extern OsCalls g_osCalls;

@@ -9,6 +9,8 @@
 #include <thread>
 #include <vector>
 
+#include "platform_test_support.h"
+
 namespace {
 
 int Exec(int, char **)
@@ -42,7 +44,15 @@ std::string OutputOf(Print print)
 
 } // namespace
 
-TEST(DbgDiagnoseAgentInitTest, RegistersAProcessOnce)
+class DbgDiagnoseAgentInitTest : public ::testing::Test {
+protected:
+    void SetUp() override { (void)setenv("NORDIAG_DIR", folder_.Path().c_str(), 1); }
+    void TearDown() override { (void)unsetenv("NORDIAG_DIR"); }
+
+    TempFolder folder_;
+};
+
+TEST_F(DbgDiagnoseAgentInitTest, RegistersAProcessOnce)
 {
     EXPECT_EQ(DBG_DiagnoseAgentInit(100, "corvane"), 0);
     EXPECT_EQ(DBG_DiagnoseAgentInit(100, "corvane"), EEXIST);
@@ -54,7 +64,7 @@ TEST(DbgDiagnoseAgentInitTest, RegistersAProcessOnce)
     EXPECT_EQ(DBG_DiagnoseAgentDestroy(100), 0);
 }
 
-TEST(DbgDiagnoseAgentInitTest, RefusesBadArgumentsAndAFullTable)
+TEST_F(DbgDiagnoseAgentInitTest, RefusesBadArgumentsAndAFullTable)
 {
     EXPECT_EQ(DBG_DiagnoseAgentInit(0, "corvane"), EINVAL);
     EXPECT_EQ(DBG_DiagnoseAgentInit(-1, "corvane"), EINVAL);

@@ -1,0 +1,69 @@
+/**
+ * @file main.cpp
+ * @brief nordiag: debug commands inside a running process.
+ */
+#include <cstdio>
+
+#include "exit_codes.h"
+#include "options.h"
+#include "processes.h"
+#include "shell.h"
+
+namespace {
+
+int Fail(int exitCode, const std::string &message)
+{
+    (void)std::fprintf(stderr, "nordiag: %s\n", message.c_str());
+    return exitCode;
+}
+
+int List()
+{
+    (void)std::printf("%-8s %-24s %-16s %s\n", "PROCESS", "NAME", "USER", "STATE");
+    for (const Process &process : DiagnosedProcesses()) {
+        (void)std::printf("%-8d %-24s %-16s %s\n", process.id, process.name.c_str(), process.user.c_str(),
+                          process.state.c_str());
+    }
+    return EXIT_CODE_OK;
+}
+
+int WithProcess(const Options &options)
+{
+    const std::vector<Process> fit = ProcessesThatFit(options.process);
+    if (fit.empty()) {
+        return Fail(EXIT_CODE_NO_PROCESS, "no diagnosed process " + options.process +
+                                              "; 'nordiag list' shows those of this user, as root those of all");
+    }
+    if (fit.size() > 1) {
+        std::string numbers;
+        for (const Process &process : fit) {
+            numbers += " " + std::to_string(process.id);
+        }
+        return Fail(EXIT_CODE_NO_PROCESS, std::to_string(fit.size()) + " processes are called " + options.process +
+                                              "; name one of them by its number:" + numbers);
+    }
+    return options.action == Options::Action::RUN ? RunCommand(fit.front(), options.command) : RunShell(fit.front());
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    Options options;
+    std::string error;
+    if (!ParseOptions(argc, argv, options, error)) {
+        return Fail(EXIT_CODE_USAGE, error);
+    }
+    switch (options.action) {
+    case Options::Action::HELP:
+        (void)std::fputs(kHelpText, stdout);
+        return EXIT_CODE_OK;
+    case Options::Action::VERSION:
+        (void)std::puts("nordiag " CORVANE_VERSION);
+        return EXIT_CODE_OK;
+    case Options::Action::LIST:
+        return List();
+    default:
+        return WithProcess(options);
+    }
+}
