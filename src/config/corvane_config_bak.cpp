@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -13,8 +14,10 @@
 #include "config/corvane_config_files.h"
 #include "config/corvane_prefix_path.h"
 #include "infrastructure/common/accounts.h"
+#include "infrastructure/common/bounded_text.h"
 #include "infrastructure/common/corvane_log.h"
 #include "infrastructure/common/os_calls.h"
+#include "infrastructure/corvane_task_scheduler/corvane_task_scheduler.h"
 
 namespace {
 
@@ -26,18 +29,15 @@ constexpr uint32_t kMaxNames = 50;
 /** Copies that stay beside a new one. */
 constexpr uint32_t kKeptCopies = 4;
 constexpr size_t kCopyChunk = 2048;
+constexpr const char *kBackUpTask = "backup_user_config_task";
+constexpr uint32_t kBackUpPeriodMs = 600000;
 constexpr const char *kBakNamePrefix = "corvane_config_bak_";
 
-/** The text of an error number, in memory of its own: strerror() belongs to all threads. */
-class ErrorText {
-public:
-    explicit ErrorText(int error) noexcept : text_(strerror_r(error, buffer_.data(), buffer_.size())) {}
-    [[nodiscard]] const char *Get() const noexcept { return text_; }
-
-private:
-    std::array<char, 128> buffer_{};
-    const char *text_;
-};
+/** Set by the starters, cleared by the task's thread. */
+std::atomic_ref<bool> TaskRunning() noexcept
+{
+    return std::atomic_ref<bool>(g_configBackUpTaskRunning);
+}
 
 /** Releases what GetALLBackupConfigNameList() gave. */
 class NameList {
@@ -229,6 +229,49 @@ uint32_t RestoreLatest(ConfigPath &path) noexcept
 } // namespace
 
 extern "C" {
+
+CORVANE_API bool g_configBackUpTaskRunning = false;
+
+CORVANE_API void *BackUpConfigFileTaskWarpFunc(void *) noexcept
+{
+    (void)BackUpConfigFile(); // it has logged
+    return nullptr;
+}
+
+CORVANE_API void BackUpConfigFileTaskCBFunc(void *) noexcept
+{
+    TaskRunning().store(false);
+}
+
+CORVANE_API uint32_t StartConfigBackUpTask(void) noexcept
+{
+    const ScheduleTask task = {
+        .name = kBackUpTask,
+        .forever = 1,
+        .repeatCount = 0,
+        .firstDelayMs = kBackUpPeriodMs,
+        .periodMs = kBackUpPeriodMs,
+        .entry = BackUpConfigFileTaskWarpFunc,
+        .entryArg = nullptr,
+        .callback = BackUpConfigFileTaskCBFunc,
+        .callbackArg = nullptr,
+    };
+    const uint32_t ret = SubmitScheduleTask(task);
+    if (ret != 0) {
+        CORVANE_LOG_CHECKED(CORVANE_LOG_ERROR, "DISK_CONFIG", "Start Config Back Up Task Fail, ret = %d", ret);
+        return ret;
+    }
+    TaskRunning().store(true);
+    return 0;
+}
+
+CORVANE_API void StopConfigBackUpTask(void) noexcept
+{
+    const uint32_t ret = CancelScheduleTask(kBackUpTask);
+    if (ret != 0) {
+        CORVANE_LOG_CHECKED(CORVANE_LOG_ERROR, "DISK_CONFIG", "Cancel Config Back Up Task Fail, ret = %d", ret);
+    }
+}
 
 CORVANE_API uint32_t BackUpConfigFile(void) noexcept
 {

@@ -4,18 +4,23 @@
  *        prefix.
  *
  * Owns the files of that folder whose names begin with "corvane_config_bak_"; the folder itself belongs to the
- * installation. BackUpConfigFile() may be called from any thread and takes g_configLock for writing; everything else
- * here takes no lock and relies on the caller to hold it.
+ * installation. BackUpConfigFile() may be called from any thread and takes g_configLock for writing, and the
+ * task that calls it every ten minutes may be started and stopped from any thread; everything else here takes no lock
+ * and relies on the caller to hold it.
  */
 #ifndef CORVANE_CONFIG_BAK_H
 #define CORVANE_CONFIG_BAK_H
 
+#include <stdbool.h>
 #include <stdint.h>
 #include <stdio.h>
 
 #include "infrastructure/common/corvane_export.h"
 
 CORVANE_BEGIN_DECLS
+
+/** Whether the task was started and has not ended. Accessed as an atomic. */
+extern CORVANE_API bool g_configBackUpTaskRunning;
 
 /**
  * @brief Copy the configuration into the history, if it differs from the newest copy.
@@ -24,6 +29,18 @@ CORVANE_BEGIN_DECLS
  * @note Takes g_configLock for writing.
  */
 CORVANE_NODISCARD CORVANE_API uint32_t BackUpConfigFile(void) CORVANE_NOEXCEPT;
+
+/**
+ * @brief Start the task that calls BackUpConfigFile() in ten minutes and every ten minutes from then on.
+ * @return as SubmitScheduleTask(); SCHEDULE_TASK_ERR_EXISTS also while a stopped task has not ended.
+ */
+CORVANE_NODISCARD CORVANE_API uint32_t StartConfigBackUpTask(void) CORVANE_NOEXCEPT;
+/** @brief Let the task end after its next run. */
+CORVANE_API void StopConfigBackUpTask(void) CORVANE_NOEXCEPT;
+/** @brief One run of the task. @return null */
+CORVANE_API void *BackUpConfigFileTaskWarpFunc(void *arg) CORVANE_NOEXCEPT;
+/** @brief The task's end. */
+CORVANE_API void BackUpConfigFileTaskCBFunc(void *arg) CORVANE_NOEXCEPT;
 
 /**
  * @brief Put the newest copy in place of the configuration file. No other copy is tried.

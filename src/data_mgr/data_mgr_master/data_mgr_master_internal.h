@@ -1,6 +1,6 @@
 /**
  * @file data_mgr_master_internal.h
- * @brief What the sources of the store share and nobody else sees.
+ * @brief What the sources of the store and of its messages share and nobody else sees.
  *
  * Owns the store's two flags and the seams towards the agents. The flags are written with g_dataMgrLock held and read
  * with or without it. The seams are set by tests only, before other threads use the store. Takes no lock; which
@@ -39,6 +39,23 @@ void *DataMgrLockMake() noexcept;
 DataMgrObj *DataMgrObjAt(uint32_t diskId) noexcept;
 /** @brief Free an object of g_diskDataMgr and clear its entry. Caller holds g_dataMgrLock. */
 void DataMgrObjFree(uint32_t diskId) noexcept;
+
+/** Makes a handle of the adapter table once, however many threads want it first. */
+template <typename Create, typename Destroy>
+[[nodiscard]] void *MakeOnce(void *&handle, Create create, Destroy destroy) noexcept
+{
+    std::atomic_ref<void *> shared(handle);
+    void *existing = shared.load(std::memory_order_acquire);
+    if (existing != nullptr) {
+        return existing;
+    }
+    void *mine = create();
+    if (mine == nullptr || shared.compare_exchange_strong(existing, mine)) {
+        return mine;
+    }
+    destroy(mine);
+    return existing;
+}
 
 /** A serial number with a terminator, whatever the record or the caller held. */
 using SnText = BoundedText<DISK_SN_SIZE>;

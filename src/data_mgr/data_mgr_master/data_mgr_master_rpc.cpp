@@ -1,9 +1,9 @@
 #include "data_mgr/data_mgr_master/data_mgr_master_rpc.h"
 
-#include <atomic>
 #include <cstring>
 
 #include "data_collect/data_collect_master/dcm_transport.h"
+#include "data_mgr/data_mgr_master/data_mgr_master_internal.h"
 #include "infrastructure/common/bounded_text.h"
 #include "infrastructure/common/corvane_log.h"
 #include "infrastructure/common/corvane_raii.h"
@@ -31,26 +31,6 @@ constexpr const char *kModule = "DATA_MGR_MASTER";
 constexpr uint64_t kIdModulus = 65535; // identifiers run from 1 to 65535
 
 LockToken g_rpcToken;
-
-/** A serial number with a terminator, whatever the record or the caller held. */
-using SnText = BoundedText<DISK_SN_SIZE>;
-
-/** Makes a handle of the adapter table once, however many threads want it first. */
-template <typename Create, typename Destroy>
-void *MakeOnce(void *&handle, Create create, Destroy destroy) noexcept
-{
-    std::atomic_ref<void *> shared(handle);
-    void *existing = shared.load(std::memory_order_acquire);
-    if (existing != nullptr) {
-        return existing;
-    }
-    void *mine = create();
-    if (mine == nullptr || shared.compare_exchange_strong(existing, mine)) {
-        return mine;
-    }
-    destroy(mine);
-    return existing;
-}
 
 void *RpcLock() noexcept
 {

@@ -1,7 +1,9 @@
 #include "config/corvane_config_bak.h"
 
+#include <functional>
 #include <thread>
 
+#include "infrastructure/corvane_task_scheduler/corvane_task_scheduler.h"
 #include "unit/config/config_test_support.h"
 
 namespace {
@@ -559,4 +561,141 @@ TEST_F(BackUpConfigFileTest, TwoAtATimeMakeOneCopy)
 
     EXPECT_EQ(BakNames().size(), 1U);
     EXPECT_EQ(LogCount(kLogDebug, "DISK_CONFIG", "Bak config file same as now config, don't need to update"), 3U);
+}
+
+namespace {
+
+CorvaneThreadFunc g_taskEntry;
+CorvaneThreadFunc g_taskCallback;
+CorvaneThreadParam g_taskParam;
+int g_tasks = 0;
+
+/** The task frame of this test alone; its one thread is run by hand. */
+class ConfigBackUpTaskTest : public BakTest {
+protected:
+    ConfigBackUpTaskTest()
+    {
+        g_tasks = 0;
+        g_configBackUpTaskRunning = false;
+        g_scheduleTaskSpinLock = nullptr;
+        g_scheduleTaskList.next = nullptr;
+        EXPECT_EQ(InitScheduleTask(), 0U);
+        g_corvaneInfra.threadCreate = [](CorvaneThreadFunc entry, CorvaneThreadFunc callback,
+                                         CorvaneThreadParam param) -> uint64_t {
+            g_taskEntry = entry;
+            g_taskCallback = callback;
+            g_taskParam = param;
+            return ++g_tasks;
+        };
+    }
+    ~ConfigBackUpTaskTest() override
+    {
+        g_corvaneInfra.threadSleep = [](CorvaneTime) {};
+        StopAllScheduleTask();
+        RunTask();
+        g_corvaneInfra.spinlockDestroy(g_scheduleTaskSpinLock);
+        g_scheduleTaskSpinLock = nullptr;
+    }
+    static void RunTask()
+    {
+        if (g_tasks == 0) {
+            return;
+        }
+        g_tasks = 0;
+        (void)g_taskEntry(g_taskParam.entryArg);
+        (void)g_taskCallback(g_taskParam.callbackArg);
+    }
+};
+
+} // namespace
+
+TEST_F(ConfigBackUpTaskTest, RunsEveryTenMinutes)
+{
+    EXPECT_EQ(StartConfigBackUpTask(), 0U);
+
+    EXPECT_TRUE(g_configBackUpTaskRunning);
+    ASSERT_NE(g_scheduleTaskList.next, nullptr);
+    const ScheduleTask &task = *g_scheduleTaskList.next->task;
+    EXPECT_STREQ(task.name, "backup_user_config_task");
+    EXPECT_EQ(task.forever, 1U);
+    EXPECT_EQ(task.repeatCount, 0U);
+    EXPECT_EQ(task.firstDelayMs, 600000U);
+    EXPECT_EQ(task.periodMs, 600000U);
+    EXPECT_EQ(task.entry, BackUpConfigFileTaskWarpFunc);
+    EXPECT_EQ(task.entryArg, nullptr);
+    EXPECT_EQ(task.callback, BackUpConfigFileTaskCBFunc);
+    EXPECT_EQ(task.callbackArg, nullptr);
+}
+
+TEST_F(ConfigBackUpTaskTest, RefusesASecondStart)
+{
+    ASSERT_EQ(StartConfigBackUpTask(), 0U);
+
+    EXPECT_EQ(StartConfigBackUpTask(), 114U);
+
+    EXPECT_TRUE(Logged(kLogError, "DISK_CONFIG", "Start Config Back Up Task Fail, ret = 114"));
+    EXPECT_TRUE(g_configBackUpTaskRunning);
+}
+
+TEST_F(ConfigBackUpTaskTest, RunsOnceMoreAfterAStop)
+{
+    Start(R"({"a": 1})");
+    ASSERT_EQ(StartConfigBackUpTask(), 0U);
+
+    StopConfigBackUpTask();
+
+    EXPECT_EQ(StartConfigBackUpTask(), 114U) << "it has not ended";
+    EXPECT_TRUE(g_configBackUpTaskRunning);
+    g_corvaneInfra.threadSleep = [](CorvaneTime time) { EXPECT_EQ(time.value, 600000U); };
+    RunTask();
+    EXPECT_EQ(BakNames().size(), 1U);
+    EXPECT_FALSE(g_configBackUpTaskRunning);
+    EXPECT_EQ(StartConfigBackUpTask(), 0U);
+}
+
+TEST_F(ConfigBackUpTaskTest, CopiesOnlyWhatHasChanged)
+{
+    Start(R"({"a": 1})");
+    static std::vector<size_t> copies;
+    static std::function<size_t()> countCopies;
+    static std::string file;
+    copies.clear();
+    countCopies = [this] { return BakNames().size(); };
+    file = ConfigFile();
+    ASSERT_EQ(StartConfigBackUpTask(), 0U);
+    g_corvaneInfra.threadSleep = [](CorvaneTime) {
+        copies.push_back(countCopies());
+        ConfigOs::now += 600;
+        if (copies.size() == 3) {
+            WriteFile(file, R"({"a": 2})");
+        }
+        if (copies.size() == 4) {
+            StopConfigBackUpTask();
+        }
+    };
+
+    RunTask();
+
+    EXPECT_THAT(copies, ::testing::ElementsAre(0U, 1U, 1U, 2U));
+}
+
+TEST_F(ConfigBackUpTaskTest, CannotStopWhatDoesNotRun)
+{
+    StopConfigBackUpTask();
+
+    EXPECT_TRUE(Logged(kLogError, "DISK_CONFIG", "Cancel Config Back Up Task Fail, ret = 2"));
+}
+
+TEST_F(ConfigBackUpTaskTest, FailsWithoutTheTaskFrame)
+{
+    void *lock = g_scheduleTaskSpinLock;
+    g_scheduleTaskSpinLock = nullptr;
+
+    EXPECT_EQ(StartConfigBackUpTask(), 11U);
+    StopConfigBackUpTask();
+
+    EXPECT_FALSE(g_configBackUpTaskRunning);
+    EXPECT_TRUE(Logged(kLogError, "DISK_CONFIG", "Start Config Back Up Task Fail, ret = 11"));
+    EXPECT_TRUE(Logged(kLogError, "DISK_CONFIG", "Cancel Config Back Up Task Fail, ret = 11"));
+    g_scheduleTaskSpinLock = lock;
 }
