@@ -7,14 +7,21 @@
 #include <unistd.h>
 
 #include "bounded/bounded.h"
+#include "cli/server/CliUdsServer.h"
 #include "config/corvane_config.h"
+#include "config/corvane_config_bak.h"
 #include "config/corvane_prefix_path.h"
+#include "data_collect/data_collect_master/DCM_listener/dcm_hot_plug.h"
 #include "data_collect/data_collect_master/dcm_schedule.h"
 #include "data_mgr/data_mgr_master/data_mgr_master_refresh.h"
+#include "data_mgr/data_mgr_master/data_mgr_master_sync.h"
+#include "diagnose/corvane_diagnose.h"
+#include "diagnose/corvane_trace_point.h"
 #include "disk_mgr/disk_mgr.h"
 #include "infrastructure/common/corvane_log.h"
 #include "infrastructure/common/os_calls.h"
 #include "infrastructure/corvane_adapter_infra_lite/corvane_adapter_infra_lite.h"
+#include "infrastructure/corvane_task_scheduler/corvane_task_scheduler.h"
 #include "init/corvane_bringup.h"
 #include "platform/norax.h"
 #include "platform/nordiagnose.h"
@@ -93,6 +100,17 @@ uint32_t StartDataMgr() noexcept
     return DataMgrInit();
 }
 
+uint32_t StartCliServer() noexcept
+{
+    return static_cast<uint32_t>(InitCliServertoC());
+}
+
+uint32_t StartTracePoint() noexcept
+{
+    CorvaneTpInit();
+    return 0;
+}
+
 /** Undoes the rows below @p failedRow, last first. The failed row cleans up after itself. */
 void FinalizeStepsBefore(size_t failedRow) noexcept
 {
@@ -156,7 +174,7 @@ CORVANE_API uint32_t g_corvaneStartMode = CORVANE_START_COMBINED;
 
 // The order binds. The lock stands before anything that another process could be using; the adapter table before
 // everything that allocates or locks; DRM before DATA_MGR, which reports every registered disk to the features at
-// once. Rows without functions keep the place of subsystems that are not built yet.
+// once.
 CORVANE_API CorvaneInitFiniStep g_corvaneInitFiniSteps[CORVANE_INIT_STEP_COUNT] = {
     {"Process_Check", CorvaneInitProcessCheck, nullptr},
     {"norax", StartNorax, StopNorax},
@@ -164,16 +182,16 @@ CORVANE_API CorvaneInitFiniStep g_corvaneInitFiniSteps[CORVANE_INIT_STEP_COUNT] 
     {"DBG_DiagnoseAgent", StartDiagnoseAgent, StopDiagnoseAgent},
     {"nor_mm_pool", StartMemoryPool, StopMemoryPool},
     {"InfraAdapter_VELMAR-Lite", CorvaneInfraRegisterInfraAdapter, nullptr},
-    {"schedule_task_frame", nullptr, nullptr},
+    {"schedule_task_frame", InitScheduleTask, DestroyScheduleTask},
     {"CONFIG", InitConfig, nullptr},
     {"DISK_MGR", StartDiskMgr, nullptr},
-    {"DRM", nullptr, nullptr},
+    {"DRM", CorvaneInitDrm, CorvaneExitDrm},
     {"DATA_MGR", StartDataMgr, nullptr},
-    {"HOT_PLUG", nullptr, nullptr},
-    {"Cli-Server", nullptr, nullptr},
+    {"HOT_PLUG", InitHotPlugLock, nullptr},
+    {"Cli-Server", StartCliServer, nullptr},
     {"DCM", InitDataCollectMaster, nullptr},
-    {"TracePoint", nullptr, nullptr},
-    {"diagnose", nullptr, nullptr},
+    {"TracePoint", StartTracePoint, nullptr},
+    {"diagnose", CorvaneDiagnoseInit, nullptr},
 };
 
 CORVANE_API uint32_t *GetCorvaneStartMode(void) noexcept
@@ -244,6 +262,10 @@ CORVANE_API uint32_t InitCorvane(uint32_t startMode) noexcept
         return result;
     }
     StartQueryAgentScheduleTask();
+    (void)StartDmmSync2DmaScheduleTask();
+    (void)StartConfigBackUpTask();
+    StartFeature();
+    StartTakeOverDiskSwitch();
     return 0;
 }
 

@@ -191,7 +191,8 @@ TEST_F(CorvanedTest, PrintsATableOfTheOnlineDisks)
 
     EXPECT_TRUE(corvaned.WaitForOutput("  0 disks online\n"));
     EXPECT_TRUE(corvaned.WaitForOutput(" ID STATE    TYPE       VENDOR    MODEL                SERIAL               "
-                                       "DEVICE    CAPACITY   HOURS    WEAR      IOPS R/W         KiB/s R/W    UTIL\n"));
+                                       "DEVICE    CAPACITY   HOURS    WEAR SCORE LIFE h      IOPS R/W         KiB/s R/W    UTIL  "
+                                       "STRATEGY\n"));
 
     corvaned.Signal(SIGTERM);
     EXPECT_EQ(corvaned.WaitForExit(), 0);

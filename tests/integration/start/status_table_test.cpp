@@ -74,9 +74,10 @@ TEST_F(StatusTableTest, MarksWhatHasNotBeenReported)
     const std::string table = Table();
 
     EXPECT_THAT(table, ::testing::HasSubstr("  1 disk online\n"));
-    EXPECT_THAT(table, ::testing::EndsWith("\n  3 slow     SSD_SATA   ACME      Model?X              SN-1             "
-                                           "    sda        960.2GB       -       -             -                 -"
-                                           "       -\n"));
+    EXPECT_THAT(
+        table, ::testing::EndsWith("\n  3 slow     SSD_SATA   ACME      Model?X              SN-1             "
+                                   "    sda        960.2GB       -       -     -      -             -                 -"
+                                   "       -  No action required\n"));
 }
 
 TEST_F(StatusTableTest, ShowsHealthAndStatistics)
@@ -100,7 +101,7 @@ TEST_F(StatusTableTest, ShowsHealthAndStatistics)
 
     const std::string table = Table();
 
-    EXPECT_THAT(table, ::testing::HasSubstr("   12345   7.05%        100/50         4096/1024  25.00%\n"));
+    EXPECT_THAT(table, ::testing::HasSubstr("   12345   7.05%     -      -        100/50         4096/1024  25.00%  "));
 }
 
 TEST_F(StatusTableTest, SaysThatTheDisksCannotBeListed)
@@ -108,6 +109,19 @@ TEST_F(StatusTableTest, SaysThatTheDisksCannotBeListed)
     ASSERT_EQ(DataMgrDestroy(), 0u);
 
     EXPECT_EQ(Table(), "The disks cannot be listed at this moment.\n");
+}
+
+TEST_F(StatusTableTest, TellsThePredictionAndTheStrategy)
+{
+    DiskDrmInfo life = {.healthScore = 37, .diskLife = 600};
+    ASSERT_EQ(DiskDrmInfoSet(kDiskId, Serial(), &life), 0u);
+    g_diskDataMgr[kDiskId]->strategy = DISK_STRATEGY_MIGRATE_REPLACE;
+
+    EXPECT_THAT(Table(), ::testing::EndsWith("    37    600             -                 -       -  "
+                                             "Migrate data and replace the hard disk\n"));
+    EXPECT_THAT(Printed(PrintStatusJson),
+                ::testing::HasSubstr("\"strategy\":\"Migrate data and replace the hard disk\","
+                                     "\"life\":{\"healthScore\":37,\"diskLife\":600}}"));
 }
 
 TEST_F(StatusTableTest, PrintsOneJsonObjectALine)
@@ -124,9 +138,11 @@ TEST_F(StatusTableTest, PrintsOneJsonObjectALine)
     EXPECT_THAT(
         bare, ::testing::HasSubstr("\"disks\":[{\"id\":3,\"state\":\"slow\",\"type\":\"SSD_SATA\",\"vendor\":\"ACME\","
                                    "\"model\":\"Model?X\",\"firmware\":\"1.0\",\"sn\":\"SN-1\",\"device\":\"sda\","
-                                   "\"capacity\":\"960197124096\",\"sectorSize\":512}]}\n"));
-    EXPECT_THAT(full, ::testing::HasSubstr(
-                          "\"sectorSize\":512,\"health\":{\"powerOnHours\":12345,\"wear\":\"7.05\",\"detail\":\"a1"));
+                                   "\"capacity\":\"960197124096\",\"sectorSize\":512,"
+                                   "\"strategy\":\"No action required\"}]}\n"));
+    EXPECT_THAT(
+        full, ::testing::HasSubstr("\"strategy\":\"No action "
+                                   "required\",\"health\":{\"powerOnHours\":12345,\"wear\":\"7.05\",\"detail\":\"a1"));
     cJSON *parsed = cJSON_Parse(full.c_str());
     ASSERT_NE(parsed, nullptr);
     EXPECT_EQ(

@@ -10,6 +10,10 @@
 #include <unistd.h>
 
 #include "config/corvane_prefix_path.h"
+#include "data_collect/data_collect_master/DCM_listener/dcm_hot_plug.h"
+#include "diagnose/corvane_diagnose.h"
+#include "infrastructure/corvane_task_scheduler/corvane_task_scheduler.h"
+#include "init/corvane_bringup.h"
 #include "support/corvane_fixture.h"
 
 namespace {
@@ -128,10 +132,10 @@ TEST_F(StepTableTest, OnlyTheHostsLibrariesAndTheTwoFrameworksAreUndone)
     for (const size_t row : {0, 5, 7, 8, 10, 11, 12, 13, 14, 15}) {
         EXPECT_EQ(g_corvaneInitFiniSteps[row].fini, nullptr) << row;
     }
-    for (const size_t row : {1, 2, 3, 4}) {
+    for (const size_t row : {1, 2, 3, 4, 6, 9}) {
         EXPECT_NE(g_corvaneInitFiniSteps[row].fini, nullptr) << row;
     }
-    for (const size_t row : {0, 1, 2, 3, 4, 5, 7, 8, 10, 13}) {
+    for (const size_t row : {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15}) {
         EXPECT_NE(g_corvaneInitFiniSteps[row].init, nullptr) << row;
     }
 }
@@ -219,6 +223,18 @@ TEST_F(StepTableTest, AdapterStepFillsTheTable)
     EXPECT_NE(g_corvaneInfra.rwlockUnlock, nullptr);
 }
 
+TEST_F(StepTableTest, RowsOfTheFrameworksCallTheirFunctions)
+{
+    EXPECT_EQ(g_corvaneInitFiniSteps[6].init, InitScheduleTask);
+    EXPECT_EQ(g_corvaneInitFiniSteps[6].fini, DestroyScheduleTask);
+    EXPECT_EQ(g_corvaneInitFiniSteps[9].init, CorvaneInitDrm);
+    EXPECT_EQ(g_corvaneInitFiniSteps[9].fini, CorvaneExitDrm);
+    EXPECT_EQ(g_corvaneInitFiniSteps[11].init, InitHotPlugLock);
+    EXPECT_EQ(g_corvaneInitFiniSteps[15].init, CorvaneDiagnoseInit);
+
+    EXPECT_EQ(g_corvaneInitFiniSteps[14].init(), 0u);
+}
+
 using GetCorvaneStartModeTest = InitTest;
 
 TEST_F(GetCorvaneStartModeTest, GivesTheAddressOfTheMode)
@@ -292,6 +308,32 @@ TEST_F(InitCorvaneTest, RunsAllStepsInOrder)
     EXPECT_EQ(g_corvaneStartMode, 1u);
     EXPECT_EQ(LogCount(7, "INIT", "Corvane step(Process_Check) initialize start."), 1u);
     EXPECT_EQ(LogCount(7, "INIT", "Corvane step(diagnose) initialize success."), 1u);
+}
+
+TEST_F(InitCorvaneTest, StartsTheTasksInOrderAfterTheLastStep)
+{
+    // No settings: those that read some say so.
+    EXPECT_EQ(InitCorvane(1), 0u);
+
+    std::vector<std::string> after = Messages();
+    const auto last = std::find(after.begin(), after.end(), "7INIT Corvane step(diagnose) initialize success.");
+    ASSERT_NE(last, after.end());
+    after.erase(after.begin(), last + 1);
+    std::erase_if(after, [](const std::string &line) { return line.find("no such config") != std::string::npos; });
+    EXPECT_THAT(after,
+                ::testing::ElementsAre("3INIT get feature switch config failed", "7DOUBLE StartDmmSync2DmaScheduleTask",
+                                       "7DOUBLE StartConfigBackUpTask", "3INIT get feature switch config failed",
+                                       "3INIT get takeOverDiskSwitch config failed"));
+}
+
+TEST_F(InitCorvaneTest, StartsNoTaskAfterAFailedStep)
+{
+    g_failingRow = kRows - 1;
+
+    EXPECT_EQ(InitCorvane(1), kFailure);
+
+    EXPECT_EQ(LogCount(7, "DOUBLE", "StartConfigBackUpTask"), 0u);
+    EXPECT_EQ(LogCount(3, "INIT", "get feature switch config failed"), 0u);
 }
 
 TEST_F(InitCorvaneTest, OlderNameForwards)
