@@ -83,6 +83,7 @@ void HealthPatch::ApplyTo(Health &health) const
     Take(powerOnHours, health.powerOnHours);
     Take(wear, health.wear);
     Take(wearRate, health.wearRate);
+    Take(wearLimit, health.wearLimit);
     Take(smart, health.smart);
     Take(asc, health.asc);
     Take(ascq, health.ascq);
@@ -110,6 +111,7 @@ HealthPatch ReadHealthPatch(JsonObject object, HealthClass healthClass)
     patch.powerOnHours = object.OptionalInteger("power_on_hours", 0, kU32Max);
     patch.wear = object.OptionalNumber("wear", 0, 65535);
     patch.wearRate = object.OptionalNumber("wear_rate", 0, 65535);
+    patch.wearLimit = object.OptionalNumber("wear_limit", 0, 10000);
     // Each class knows its own members only: a sense code on an NVMe disk is a mistake of the scenario.
     switch (healthClass) {
     case HealthClass::kCriticalWarning:
@@ -252,8 +254,8 @@ DiskSpec ReadDisk(JsonObject object)
     if (const auto io = object.OptionalObject("io")) {
         ReadIoPatch(*io).ApplyTo(disk.io);
     }
-    if (const cJSON *expect = object.Find("expect")) {
-        disk.expect = PrintJson(expect);
+    if (const auto expect = object.OptionalObject("expect")) {
+        disk.expect = ReadExpectation(*expect);
     }
     object.Finish();
     return disk;

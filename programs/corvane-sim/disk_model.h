@@ -1,6 +1,7 @@
 // What one simulated disk is: identity, health, I/O profile, and how each is written in JSON. No state over time.
 #pragma once
 
+#include "expectation.h"
 #include "json_reader.h"
 
 #include <array>
@@ -41,8 +42,9 @@ struct SmartAttribute {
 
 struct Health {
     uint64_t powerOnHours = 0;
-    double wear = 0;     // hundredths of a percent of life used
-    double wearRate = 0; // the same per second of scenario time
+    double wear = 0;          // hundredths of a percent of life used
+    double wearRate = 0;      // the same per second of scenario time
+    double wearLimit = 10000; // growth ends here: all life used, unless the scenario says less
     std::vector<SmartAttribute> smart;
     uint8_t asc = 0;
     uint8_t ascq = 0;
@@ -57,6 +59,7 @@ struct HealthPatch {
     std::optional<uint64_t> powerOnHours;
     std::optional<double> wear;
     std::optional<double> wearRate;
+    std::optional<double> wearLimit;
     std::optional<std::vector<SmartAttribute>> smart;
     std::optional<uint8_t> asc;
     std::optional<uint8_t> ascq;
@@ -124,7 +127,7 @@ struct DiskSpec {
     bool awaitsRebind = false;
     Health health;
     IoProfile io;
-    std::string expect; // JSON text, or empty; carried through for whoever judges the run
+    std::optional<Expectation> expect;
 
     void Apply(const BasePatch &patch);
 };

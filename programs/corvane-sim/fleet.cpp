@@ -6,14 +6,11 @@
 namespace corvane_sim {
 namespace {
 
-// All life used. A wear that was set beyond it stays where it is.
-constexpr double kFullWear = 10000;
-
 double ExactWear(const Fleet::Disk &disk, double scenarioTime)
 {
     const Health &health = disk.spec.health;
     const double grown = health.wear + health.wearRate * std::max(0.0, scenarioTime - disk.wearSince);
-    return std::min(grown, std::max(kFullWear, health.wear));
+    return std::min(grown, std::max(health.wearLimit, health.wear)); // a wear that was set beyond the limit stays
 }
 
 void SetSmart(std::vector<SmartAttribute> &list, const SmartAttribute &attribute)

@@ -61,6 +61,8 @@ public:
     std::optional<std::vector<const cJSON *>> OptionalArray(std::string_view name, size_t most);
     std::optional<JsonObject> OptionalObject(std::string_view name);
 
+    /** The object as it was given, without formatting. */
+    [[nodiscard]] std::string Print() const { return PrintJson(node_); }
     /** @throws JsonError for a member that was never asked for. "comment" is always allowed. */
     void Finish() const;
     [[noreturn]] void Fail(std::string_view name, const std::string &problem) const;

@@ -1,5 +1,6 @@
 // corvane-sim: simulated collection agents, for machines without disks, for tests and for load.
 #include "control_client.h"
+#include "judge.h"
 #include "simulation.h"
 
 #include <csignal>
@@ -51,6 +52,9 @@ int Run(int argc, char **argv)
         (void)std::printf("%s: good, %zu disks, %zu events\n", options->scenario.c_str(), scenario.disks.size(),
                           scenario.events.size());
         return 0;
+    }
+    if (!options->judge.empty()) {
+        return corvane_sim::JudgeStatus(scenario, options->judge) ? 0 : kCannotServe;
     }
     PrepareProcess();
     corvane_sim::Simulation(*options, std::move(scenario)).Run();

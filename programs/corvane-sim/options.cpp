@@ -13,11 +13,14 @@ constexpr int kUsageError = 2;
 
 constexpr const char *kHelp =
     "Usage: corvane-sim --scenario FILE [OPTION]...\n"
+    "       corvane-sim --scenario FILE --judge STATUS\n"
     "       corvane-sim --control PATH --send EVENT\n"
     "Serve simulated disks to the collection of disk health, as the kernel agent and the SPDK agent would.\n"
     "\n"
     "  -s, --scenario FILE     the fleet and what happens to it, in JSON (required)\n"
     "  -c, --check             check the scenario and end\n"
+    "      --judge STATUS      compare the last line of a JSON status of corvaned with what the scenario expects,\n"
+    "                          and end\n"
     "  -r, --record FILE       write every received request as a line of JSON\n"
     "      --control PATH      serve a control socket: one event a line, applied at once\n"
     "      --send EVENT        send an event to the control socket of a running simulation, and end\n"
@@ -34,17 +37,29 @@ constexpr const char *kHelp =
     "Once both sockets listen, the line \"ready\" goes to standard output. SIGTERM and SIGINT end the program and\n"
     "remove its sockets.\n"
     "\n"
-    "Exit status: 0 ended as asked; 1 could not serve, or the event was refused; 2 wrong command line;\n"
-    "3 the scenario has a mistake.\n"
+    "Exit status: 0 ended as asked; 1 could not serve, the event was refused, or a verdict is not as expected;\n"
+    "2 wrong command line; 3 the scenario has a mistake.\n"
     "The scenario format is described in docs/simulator.md.\n";
 
-enum LongOnly : int { kControl = 256, kSend, kDcakSocket, kSpdkSocket, kNoDcak, kNoSpdk, kReadyFd, kDuration, kSpeed };
+enum LongOnly : int {
+    kControl = 256,
+    kJudge,
+    kSend,
+    kDcakSocket,
+    kSpdkSocket,
+    kNoDcak,
+    kNoSpdk,
+    kReadyFd,
+    kDuration,
+    kSpeed
+};
 
 constexpr option kLongOptions[] = {
     {"scenario", required_argument, nullptr, 's'},
     {"check", no_argument, nullptr, 'c'},
     {"record", required_argument, nullptr, 'r'},
     {"control", required_argument, nullptr, kControl},
+    {"judge", required_argument, nullptr, kJudge},
     {"send", required_argument, nullptr, kSend},
     {"dcak-socket", required_argument, nullptr, kDcakSocket},
     {"spdk-socket", required_argument, nullptr, kSpdkSocket},
@@ -93,6 +108,9 @@ std::optional<Options> ParseOptions(int argc, char **argv, int &exitCode)
             break;
         case kControl:
             options.control = optarg;
+            break;
+        case kJudge:
+            options.judge = optarg;
             break;
         case kSend:
             options.send = optarg;
@@ -156,7 +174,7 @@ std::optional<Options> ParseOptions(int argc, char **argv, int &exitCode)
     if (options.scenario.empty()) {
         return UsageError(exitCode, "--scenario", "", "is missing; name a scenario file");
     }
-    if (!options.checkOnly && !options.serveDcak && !options.serveSpdk) {
+    if (!options.checkOnly && options.judge.empty() && !options.serveDcak && !options.serveSpdk) {
         return UsageError(exitCode, "--no-dcak", "--no-spdk", "leave nothing to serve; remove one of the two");
     }
     return options;

@@ -10,7 +10,8 @@ struct Options {
     std::string scenario;
     std::string record;
     std::string control;
-    std::string send; // a line for the control socket of another run; this one then serves nothing
+    std::string judge; // a status of corvaned to compare with the scenario; nothing is served then
+    std::string send;  // a line for the control socket of another run; this one then serves nothing
     std::string dcakSocket = "/tmp/dcak.sock";
     std::string spdkSocket = "/var/tmp/spdk.sock";
     bool serveDcak = true;

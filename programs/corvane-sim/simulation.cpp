@@ -111,8 +111,8 @@ CJsonPtr Simulation::Status() const
         cJSON_AddStringToObject(item, "device_name", disk.spec.deviceName.c_str());
         cJSON_AddStringToObject(item, "serial_number", disk.spec.serial.c_str());
         cJSON_AddBoolToObject(item, "present", disk.present ? 1 : 0);
-        if (!disk.spec.expect.empty()) {
-            cJSON_AddRawToObject(item, "expect", disk.spec.expect.c_str());
+        if (disk.spec.expect) {
+            cJSON_AddRawToObject(item, "expect", disk.spec.expect->text.c_str());
         }
     }
     return status;

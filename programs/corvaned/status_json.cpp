@@ -57,6 +57,25 @@ void AddHealth(cJSON *disk, uint32_t diskId)
     AddText(object, "detail", Hex(health.detail));
 }
 
+void AddStrategy(cJSON *disk, uint32_t diskId)
+{
+    const char *strategy = DiskStrategyStrGet(diskId);
+    if (strategy != nullptr) {
+        AddText(disk, "strategy", strategy);
+    }
+}
+
+void AddLife(cJSON *disk, uint32_t diskId)
+{
+    DiskDrmInfo life = {};
+    if (DiskDrmInfoCliGet(diskId, &life, sizeof(life)) != 0 || life.diskLife == DISK_LIFE_UNKNOWN) {
+        return;
+    }
+    cJSON *object = cJSON_AddObjectToObject(disk, "life");
+    AddNumber(object, "healthScore", life.healthScore);
+    AddNumber(object, "diskLife", life.diskLife);
+}
+
 void AddIo(cJSON *disk, uint32_t diskId)
 {
     DiskIoStatInfo io = {};
@@ -93,7 +112,9 @@ void AddDisk(cJSON *disks, const DiskMgrObj &base)
     AddText(disk, "device", FieldText(base.deviceName));
     AddText(disk, "capacity", std::to_string(base.diskCapacity));
     AddNumber(disk, "sectorSize", base.sectorSize);
+    AddStrategy(disk, base.diskId);
     AddHealth(disk, base.diskId);
+    AddLife(disk, base.diskId);
     AddIo(disk, base.diskId);
 }
 

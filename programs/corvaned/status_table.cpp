@@ -41,6 +41,15 @@ void PrintRow(std::FILE *out, const DiskMgrObj &disk)
         (void)std::snprintf(text.data(), text.size(), "%" PRIu32 ".%02" PRIu32 "%%", health.wearInt, health.wearFrac);
         wear = text.data();
     }
+    std::string score = "-";
+    std::string life = "-";
+    DiskDrmInfo prediction = {};
+    if (DiskDrmInfoCliGet(disk.diskId, &prediction, sizeof(prediction)) == 0 &&
+        prediction.diskLife != DISK_LIFE_UNKNOWN) {
+        score = std::to_string(prediction.healthScore);
+        life = std::to_string(prediction.diskLife);
+    }
+    const char *strategy = DiskStrategyStrGet(disk.diskId);
     std::string iops = "-";
     std::string bandwidth = "-";
     std::string utilization = "-";
@@ -53,11 +62,12 @@ void PrintRow(std::FILE *out, const DiskMgrObj &disk)
                             io.utilizationFrac);
         utilization = text.data();
     }
-    (void)std::fprintf(out, "%3" PRIu32 " %-8s %-10s %-9s %-20s %-20s %-8s %9s %7s %7s %13s %17s %7s\n", disk.diskId,
-                       DiskStateName(disk.diskState), DiskTypeName(disk.diskType), Cell(FieldText(disk.vendor)).c_str(),
-                       Cell(FieldText(disk.model)).c_str(), Cell(FieldText(disk.sn)).c_str(),
-                       Cell(FieldText(disk.deviceName)).c_str(), Capacity(disk.diskCapacity).c_str(), hours.c_str(),
-                       wear.c_str(), iops.c_str(), bandwidth.c_str(), utilization.c_str());
+    (void)std::fprintf(out, "%3" PRIu32 " %-8s %-10s %-9s %-20s %-20s %-8s %9s %7s %7s %5s %6s %13s %17s %7s  %s\n",
+                       disk.diskId, DiskStateName(disk.diskState), DiskTypeName(disk.diskType),
+                       Cell(FieldText(disk.vendor)).c_str(), Cell(FieldText(disk.model)).c_str(),
+                       Cell(FieldText(disk.sn)).c_str(), Cell(FieldText(disk.deviceName)).c_str(),
+                       Capacity(disk.diskCapacity).c_str(), hours.c_str(), wear.c_str(), score.c_str(), life.c_str(),
+                       iops.c_str(), bandwidth.c_str(), utilization.c_str(), strategy == nullptr ? "-" : strategy);
 }
 
 } // namespace
@@ -72,9 +82,9 @@ void PrintStatusTable(std::FILE *out)
     }
     (void)std::fprintf(out, "%s  %zu disk%s online\n", LocalTimeText().c_str(), disks.size(),
                        disks.size() == 1 ? "" : "s");
-    (void)std::fprintf(out, "%3s %-8s %-10s %-9s %-20s %-20s %-8s %9s %7s %7s %13s %17s %7s\n", "ID", "STATE", "TYPE",
-                       "VENDOR", "MODEL", "SERIAL", "DEVICE", "CAPACITY", "HOURS", "WEAR", "IOPS R/W", "KiB/s R/W",
-                       "UTIL");
+    (void)std::fprintf(out, "%3s %-8s %-10s %-9s %-20s %-20s %-8s %9s %7s %7s %5s %6s %13s %17s %7s  %s\n", "ID",
+                       "STATE", "TYPE", "VENDOR", "MODEL", "SERIAL", "DEVICE", "CAPACITY", "HOURS", "WEAR", "SCORE",
+                       "LIFE h", "IOPS R/W", "KiB/s R/W", "UTIL", "STRATEGY");
     for (const DiskMgrObj &disk : disks) {
         PrintRow(out, disk);
     }

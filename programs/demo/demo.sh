@@ -1,5 +1,6 @@
 #!/bin/bash
-# demo.sh BUILD-DIR   watch disks come online, one leave and come back. Needs root or sudo. Ends by itself or on Ctrl-C.
+# demo.sh BUILD-DIR   watch disks come online, one leave and come back, and three get their verdicts. Needs root or sudo.
+# Ends by itself or on Ctrl-C.
 #
 # Sockets and logs of the product have fixed paths. So the demonstration runs in a mount namespace of its own, where
 # /tmp, /var/tmp and /var/log are empty and in memory; all of it is gone with the last process.
@@ -29,6 +30,7 @@ if [ "$inside" = no ]; then
 fi
 
 prefix=/tmp/corvane
+export NORDIAG_DIR=/tmp/nordiag # sockets of the debug shell; /run is not this namespace's own
 victim=DEMONVME0001
 pids=()
 started=$SECONDS
@@ -139,8 +141,18 @@ prepare() {
   mount --bind "$prefix/group" /etc/group
 
   mkdir config userconfig_bak
+  settings >config/corvane_config.json
   chmod 0750 config userconfig_bak
   chown corvane_user:corvane_group config userconfig_bak
+}
+
+# Shorter cycles than the defaults, 50 marked samples, 20 seconds and a day.
+marks=10
+settings() {
+  jq -n --argjson marks "$marks" '
+    def type(ms): {task_cycle: 5, min_threshold_value: ms, min_slow_cycle: $marks};
+    {feature_switch: 1, takeover_disk_switch: 0, disklife_prediction: {task_cycle: 5},
+     sata_ssd_disk: type(1), sas_ssd_disk: type(1), nvme_disk: type(1), sas_hdd: type(100)}'
 }
 
 # The node's disks that the product supports: the identity checks of the agent and the list of supported disks.
@@ -191,15 +203,22 @@ last_table() {
 tables_printed() { grep -c ' online$' "$prefix/corvaned.out" || true; }
 show_table() { last_table | sed 's/^/  /'; }
 
-# Columns: ID STATE TYPE VENDOR MODEL SERIAL DEVICE CAPACITY HOURS WEAR IOPS KiB/s UTIL; vendor and model may hold blanks,
-# so the fields behind the serial number are counted from the end.
-has_records() { # SERIAL...
-  last_table | awk -v wanted="$*" '
-    BEGIN { count = split(wanted, serials, " ") }
-    { for (i = 1; i <= count; i++) if (index($0, " " serials[i] " ") && $(NF-4) ~ /^[0-9]+$/ && $(NF-3) ~ /%$/ &&
-        $(NF-2) ~ /^[1-9][0-9]*\/[1-9][0-9]*$/ && $NF ~ /%$/) good[i] = 1 }
-    END { for (i = 1; i <= count; i++) if (!good[i]) exit 1 }'
+# Columns: ID STATE TYPE VENDOR MODEL SERIAL DEVICE CAPACITY HOURS WEAR SCORE LIFE IOPS KiB/s UTIL STRATEGY; vendor, model
+# and strategy may hold blanks, so the fields are counted from the serial number.
+row() { # SERIAL SCRIPT   runs an awk script on the disk's row, where s is the number of the serial number's field
+  last_table | awk -v serial="$1" '{ s = 0; for (i = 1; i <= NF; i++) if ($i == serial) s = i } s { '"$2"' }'
 }
+has_records() { # SERIAL...
+  local serial
+  for serial in "$@"; do
+    [ -n "$(row "$serial" '
+      if ($(s+3) ~ /^[0-9]+$/ && $(s+4) ~ /%$/ && $(s+7) ~ /^[1-9][0-9]*\/[1-9][0-9]*$/ && $(s+9) ~ /%$/) print')" ] || return 1
+  done
+}
+# shellcheck disable=SC2016
+state_of() { row "$1" 'print $2'; }
+# shellcheck disable=SC2016
+strategy_of() { row "$1" 'text = $(s+10); for (i = s + 11; i <= NF; i++) text = text " " $i; print text'; }
 table_has() { last_table | grep " $1 " >/dev/null; }
 table_lacks() { [ "$(tables_printed)" -gt "$1" ] && ! table_has "$2"; }
 
@@ -210,7 +229,29 @@ cycles() {
 }
 enough_cycles() { [ "$(cycles | wc -l)" -ge 4 ]; }
 told() { # METHOD SERIAL
-  jq -e --arg method "$1" --arg sn "$2" 'select(.method == $method and .params.sn == $sn)' "$prefix/requests.jsonl" >/dev/null 2>&1
+  jq -ne --arg method "$1" --arg sn "$2" 'any(inputs; .method == $method and .params.sn == $sn)' "$prefix/requests.jsonl" >/dev/null 2>&1
+}
+told_state() { # SERIAL STATE
+  jq -ne --arg sn "$1" --argjson state "$2" 'any(inputs; .method == "dma_set_disk_state" and .params.sn == $sn
+    and .params.disk_state == $state)' "$prefix/requests.jsonl" >/dev/null 2>&1
+}
+# The serial numbers of the simulated disks that are not normal, from the last table. Real ones may have reasons.
+unhealthy() {
+  local serial
+  for serial in "${simulated[@]}"; do
+    [ "$(state_of "$serial")" = normal ] || echo "$serial"
+  done | sort
+}
+# Notes for each disk when its verdict has come.
+all_judged() {
+  local serial
+  for serial in "${troubled[@]}"; do
+    if [ -z "${after[$serial]:-}" ] && [ "$(state_of "$serial")" = "${verdict[$serial]}" ]; then
+      after[$serial]=$(awk -v now="$EPOCHREALTIME" -v began="$began" 'BEGIN { printf "%.1f", now - began }')
+      shown "$serial is ${verdict[$serial]}, ${after[$serial]} s after the trouble began"
+    fi
+  done
+  [ ${#after[@]} -eq ${#troubled[@]} ]
 }
 event() { "$prefix/bin/corvane-sim" --control "$prefix/control.sock" --send "$1" >/dev/null || fail "the simulator refused the event $1"; }
 
@@ -250,7 +291,7 @@ step "2. Disks come online"
 tell "corvaned starts with an empty registry. Each disk that an agent reports and that is on the list of supported disks" \
   "gets an identifier, which stays with its serial number over restarts, in config/disk_mgr.config."
 last_count=0
-launch "$prefix/corvaned.out" "$prefix/bin/corvaned" --prefix "$prefix" --status-interval 3
+launch "$prefix/corvaned.out" "$prefix/bin/corvaned" --prefix "$prefix" --status-interval 1
 corvaned=${pids[-1]}
 wait_for 60 "every disk is in the registry" all_registered
 show_registry
@@ -290,10 +331,57 @@ shown "$victim is back, with identifier $new_id instead of $old_id"
 wait_for 30 "the disk has records again" has_records "$victim"
 show_table
 
-step "6. The end"
+step "6. Three disks get into trouble"
+if [ "$real" -gt 0 ]; then
+  slow=DEMONVME0000 failing=$victim worn=DEMONVME0002
+  failure='"critical_warning":8' sign="went read-only"
+else
+  slow=DEMOSATA0001 failing=DEMOHDDS0000 worn=DEMOSASS0001
+  failure='"ASC":93,"ASCQ":16' sign="predicts its failure"
+fi
+troubled=("$slow" "$failing" "$worn")
+declare -A trouble=([$slow]="takes 20 ms for an operation" [$failing]="$sign" [$worn]="99 percent used in 1970 hours")
+declare -A verdict=([$slow]=slow [$failing]=prefail [$worn]=fault)
+declare -A strategy=([$slow]="Migrate data and replace the hard disk" [$failing]="Migrate data and replace the hard disk" [$worn]="Replace the hard disk")
+declare -A number=([$slow]=4 [$failing]=3 [$worn]=1) # of the states, to the data agent
+tell "Until now all disks are normal. At the same moment" \
+  "- $slow becomes slow; its peers serve their load as before. A sample is taken every 3 seconds, and the disk is" \
+  "  called slow after $marks of them in which it stood out (the default is 50);" \
+  "- $failing ${trouble[$failing]}; the prefail routine looks every 5 seconds (20);" \
+  "- $worn is ${trouble[$worn]}; a life is predicted every 5 seconds (once a day)."
+[ "$(unhealthy)" = "" ] || fail "a disk is not normal before its trouble: $(unhealthy)"
+began=$EPOCHREALTIME
+event "{\"do\":\"io\",\"disk\":\"$slow\",\"set\":{\"service_us\":20000}}"
+event "{\"do\":\"health\",\"disk\":\"$failing\",\"set\":{$failure}}"
+event "{\"do\":\"health\",\"disk\":\"$worn\",\"set\":{\"wear\":9900,\"power_on_hours\":1970}}"
+shown "the trouble begins"
+declare -A after=()
+wait_for 150 "every troubled disk has its verdict" all_judged
+[ "$(unhealthy)" = "$(printf '%s\n' "${troubled[@]}" | sort)" ] || fail "these disks have verdicts: $(unhealthy | tr '\n' ' ')"
+awk -v seconds="${after[$slow]}" -v marks="$marks" 'BEGIN { exit !(seconds >= 3 * (marks - 2)) }' ||
+  fail "$slow was called slow after ${after[$slow]} s: that is less than $marks samples"
+for serial in "${troubled[@]}"; do
+  [ "$(strategy_of "$serial")" = "${strategy[$serial]}" ] || fail "the strategy for $serial is \"$(strategy_of "$serial")\""
+  wait_for 10 "the data agent is told of $serial" told_state "$serial" "${number[$serial]}"
+done
+show_table
+
+step "7. What was found"
+format='  %-14s %-30s %-8s %9s  %s\n'
+# shellcheck disable=SC2059
+{
+  printf "$format" DISK TROUBLE VERDICT AFTER "WHAT TO DO"
+  for serial in "${troubled[@]}"; do
+    printf "$format" "$serial" "${trouble[$serial]}" "$(state_of "$serial")" "${after[$serial]} s" "$(strategy_of "$serial")"
+  done
+}
+[ ${#simulated[@]} -eq 3 ] || tell "The other $((${#simulated[@]} - 3)) simulated disks are normal."
+tell "The data agent has been told of all three."
+
+step "8. The end"
 kill -TERM "$corvaned"
 status=0
 wait "$corvaned" || status=$?
 [ "$status" -eq 0 ] || fail "corvaned ended with status $status"
 shown "corvaned ended on request; the programs, their files and this small world are gone in a moment"
-tell "Next: README.md for what there is, docs/simulator.md to write a scenario of your own."
+tell "Next: docs/verdicts.md for how a verdict is reached and tuned, docs/simulator.md to write a scenario of your own."

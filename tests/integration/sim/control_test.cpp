@@ -89,6 +89,21 @@ TEST_F(ControlTest, WearRisesWithTheScenariosClockUpToAllLifeUsed)
     EXPECT_EQ(Health("nvme0", "wear"), "12000") << "a wear that is set beyond stays";
 }
 
+TEST_F(ControlTest, WearGrowsUpToItsLimitAndNoFurther)
+{
+    EXPECT_EQ(Control(R"({"do":"health","disk":"nvme0","set":{"wear":9000,"wear_rate":60000,"wear_limit":9001}})"),
+              kOk);
+
+    while (Health("nvme0", "wear") == "9000") {
+    }
+
+    for (int i = 0; i < 20; i++) {
+        ASSERT_EQ(Health("nvme0", "wear"), "9001");
+    }
+    EXPECT_EQ(Control(R"({"do":"health","disk":"nvme0","set":{"wear_limit":5000}})"), kOk);
+    EXPECT_EQ(Health("nvme0", "wear"), "9001") << "what is used stays used";
+}
+
 TEST_F(ControlTest, SmartAttributeIsChangedOrAdded)
 {
     EXPECT_EQ(Control(R"({"do":"smart","disk":"sda","id":5,"threshold":10,"current_value":9})"), kOk);
@@ -136,7 +151,7 @@ TEST_F(ControlTest, StatusTellsDisksAgentsAndExpectations)
 {
     EXPECT_EQ(Stop(), 0);
     Start(R"({"disks":[{"device_name":"sda","serial_number":"S1","disk_type":"SSD_SATA","vendor_id":"ATA",)"
-          R"("model_number":"VSSD-","disk_capacity":1,"expect":{"state":"slow","within":[1,2]}}]})",
+          R"("model_number":"VSSD-","disk_capacity":1,"expect":{"state":"slow", "life":"none"}}]})",
           {"--no-spdk"});
     (void)ResultOf(Kernel(), "dca_get_disks_brief_info");
 
@@ -145,7 +160,7 @@ TEST_F(ControlTest, StatusTellsDisksAgentsAndExpectations)
     EXPECT_EQ(At(status.get(), "ok"), "true");
     EXPECT_EQ(At(status.get(), "agents"), R"({"kernel":{"serving":true,"requests":1}})");
     EXPECT_EQ(At(status.get(), "disks"), R"([{"device_name":"sda","serial_number":"S1","present":true,)"
-                                         R"("expect":{"state":"slow","within":[1,2]}}])");
+                                         R"("expect":{"state":"slow","life":"none"}}])");
     EXPECT_THAT(Control(R"({"do":"start","agent":"spdk"})"), HasSubstr("not served by this run"));
 }
 

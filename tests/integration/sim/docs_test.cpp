@@ -41,7 +41,7 @@ TEST_F(SimTest, RecipesOfThePageWorkOnTheDemoFleet)
         EXPECT_EQ(Control((*i)[1]), R"({"ok":true})") << (*i)[1];
     }
 
-    EXPECT_EQ(tried, 12);
+    EXPECT_EQ(tried, 13);
 }
 
 TEST(SimPagesTest, EveryOptionStandsInManPageAndCompletion)
@@ -58,7 +58,7 @@ TEST(SimPagesTest, EveryOptionStandsInManPageAndCompletion)
         EXPECT_THAT(completion, testing::HasSubstr((*i)[1]));
     }
 
-    EXPECT_EQ(found, 14);
+    EXPECT_EQ(found, 15);
 }
 
 } // namespace

@@ -23,8 +23,8 @@ TEST(ProgramTest, HelpNamesEveryOption)
 
     EXPECT_EQ(help.exitCode, 0);
     for (const char *option :
-         {"--scenario", "--check", "--record", "--control", "--send", "--dcak-socket", "--spdk-socket", "--no-dcak",
-          "--no-spdk", "--ready-fd", "--duration", "--speed", "--help", "--version"}) {
+         {"--scenario", "--check", "--judge", "--record", "--control", "--send", "--dcak-socket", "--spdk-socket",
+          "--no-dcak", "--no-spdk", "--ready-fd", "--duration", "--speed", "--help", "--version"}) {
         EXPECT_THAT(help.out, HasSubstr(option));
     }
     EXPECT_EQ(help.err, "");

@@ -100,6 +100,18 @@ INSTANTIATE_TEST_SUITE_P(
                                                            "or use one of comment, critical_warning, power_on_hours"},
         Mistake{WithDisk(R"("health":{"critical_warning":"1"})"),
                 "$.disks[0].health.critical_warning: must be a number"},
+        Mistake{WithDisk(R"("health":{"wear_limit":10001})"), "$.disks[0].health.wear_limit: is 10001; it must lie"},
+        Mistake{WithDisk(R"("expect":[])"), "$.disks[0].expect: must be an object"},
+        Mistake{WithDisk(R"("expect":{"state":"ill"})"), "$.disks[0].expect.state: \"ill\" is not known; choose one of "
+                                                         "normal, fault, offline, prefail, slow"},
+        Mistake{WithDisk(R"("expect":{"score":101})"), "$.disks[0].expect.score: is 101; it must lie between"},
+        Mistake{WithDisk(R"("expect":{"life":43801})"), "$.disks[0].expect.life: is 43801; it must lie between"},
+        Mistake{WithDisk(R"("expect":{"life":"long"})"), "$.disks[0].expect.life: \"long\" is not known; choose one of "
+                                                         "none"},
+        Mistake{WithDisk(R"("expect":{"life":"none","score":100})"), "$.disks[0].expect.score: comes with a predicted"},
+        Mistake{WithDisk(R"("expect":{"strategy":""})"), "$.disks[0].expect.strategy: must not be empty"},
+        Mistake{WithDisk(R"("expect":{"state":"offline","strategy":"x"})"), "$.disks[0].expect.state: nothing more"},
+        Mistake{WithDisk(R"("expect":{"within":1})"), "$.disks[0].expect.within: is not known here"},
         Mistake{WithDisk(R"("io":{"service_us":0})"), "$.disks[0].io.service_us: is 0"},
         Mistake{WithDisk(R"("io":{"queue_depth":0})"), "$.disks[0].io.queue_depth: is 0"},
         Mistake{WithDisk(R"("io":{"iops":5})"), "$.disks[0].io.iops: is not known here"},
@@ -163,7 +175,9 @@ TEST_P(ShippedScenarioTest, IsGood)
 
 INSTANTIATE_TEST_SUITE_P(Files, ShippedScenarioTest,
                          testing::Values(std::pair{"demo.json", ": good, 12 disks, 2 events\n"},
-                                         std::pair{"fleet64.json", ": good, 64 disks, 0 events\n"}));
+                                         std::pair{"fleet64.json", ": good, 64 disks, 0 events\n"},
+                                         std::pair{"verdicts.json", ": good, 36 disks, 30 events\n"},
+                                         std::pair{"near-misses.json", ": good, 19 disks, 6 events\n"}));
 
 class ScenarioAnswerSizeTest : public SimTest {};
 

@@ -36,6 +36,13 @@ install_corvane() {
   chown corvane_user:corvane_group $P/config $P/userconfig_bak
   export LD_LIBRARY_PATH=$P/lib PATH=$P/bin:$PATH
 }
+# settings FILTER   the settings as they are built in, changed by a jq filter
+settings() {
+  jq -n '{feature_switch: 1, takeover_disk_switch: 0, disklife_prediction: {task_cycle: 86400}}
+    + ({sata_ssd_disk: 1, sas_ssd_disk: 1, nvme_disk: 1, sas_hdd: 100}
+       | map_values({task_cycle: 20, min_threshold_value: ., min_slow_cycle: 50})) | '"$1" >$P/config/corvane_config.json
+  chown corvane_user:corvane_group $P/config/corvane_config.json; chmod 640 $P/config/corvane_config.json
+}
 start_agentd() {
   corvane-agentd >/tmp/agentd.log 2>&1 & AGENTD=$!
   wait_for 30 test -S /tmp/dcak.sock
@@ -58,6 +65,14 @@ status() { tail -n 2 $STATUS | grep '^{.*}$' | tail -n 1 | jq -r "$1" 2>/dev/nul
 disk() { status ".disks[]|select(.sn==\"$1\")|$2"; }           # of a live disk, from the running service
 reg() { jq -r ".[]|select(.sn==\"$1\")|$2" $REG 2>/dev/null; } # of a disk in the registry file
 reg_count() { jq length $REG 2>/dev/null; }
+# verdict SERIAL   state in memory, state in the registry file, strategy
+verdict() { echo "$(disk "$1" .state), $(reg "$1" .diskState), $(disk "$1" .strategy)"; }
+NORMAL="normal, 0, No action required"
+FAULT="fault, 1, Replace the hard disk"
+PREFAIL="prefail, 3, Migrate data and replace the hard disk"
+SLOW="slow, 4, Migrate data and replace the hard disk"
+# logged TEXT   how many lines of the log hold it
+logged() { cat /var/log/corvane/*.log 2>/dev/null | grep -cF "$1"; }
 online() { [ "$(status '.disks|length')" = "$1" ]; }
 in_reg() { [ -n "$(reg "$1" .diskId)" ]; }
 not_in_reg() { [ -s $REG ] && ! in_reg "$1"; }
