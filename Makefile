@@ -7,7 +7,7 @@ JOBS ?= $(shell nproc)
 help: ## list the targets
 	@awk -F ':.*## ' '/^[a-z-]+:.*## /{printf "  make %-12s %s\n", $$1, $$2}' $(MAKEFILE_LIST)
 
-demo: ## build, then watch disks come online, one leave and return (needs root or sudo)
+demo: ## build, then watch disks come online, one leave and return, three get verdicts (needs root or sudo)
 	@tools/deps.sh build demo
 	@tools/build.sh release corvaned corvane-agentd corvane-sim
 	@programs/demo/demo.sh build/release
