@@ -22,6 +22,7 @@
 
 #include "data_collect/data_collect_agent/data_collect_agent_kernel/dcak_lsblk.h"
 #include "data_collect/data_collect_agent/data_collect_agent_kernel/dcak_server.h"
+#include "data_collect/data_collect_agent/data_collect_agent_kernel/dcak_slot.h"
 #include "infrastructure/corvane_adapter_infra_lite/corvane_adapter_infra_lite.h"
 #include "platform/norax.h"
 #include "platform/norlog.h"
@@ -110,6 +111,7 @@ bool StartHost(std::string &problem)
     (void)norlog_init();
     (void)norlog_set_backup_num(kLogFiles);
     (void)CorvaneInfraRegisterInfraAdapter();
+    g_dcakCheckPciAddress = 1;
     return true;
 }
 

@@ -14,6 +14,7 @@
 #include "data_collect/data_collect_agent/data_collect_agent_kernel/dcak_io_stat.h"
 #include "data_collect/data_collect_agent/data_collect_agent_kernel/dcak_log.h"
 #include "data_collect/data_collect_agent/data_collect_agent_kernel/dcak_lsblk.h"
+#include "data_collect/data_collect_agent/data_collect_agent_kernel/dcak_slot.h"
 #include "data_collect/data_collect_agent/data_collect_agent_kernel/dcak_smart_info.h"
 #include "infrastructure/common/accounts.h"
 #include "infrastructure/common/corvane_raii.h"
@@ -43,9 +44,6 @@ void DevListOf(cJSON *, cJSON **resultOut)
     DcakGetDevList(resultOut);
 }
 
-/** Slots of NVMe disks are not resolved by this agent yet: the answer is an empty list. */
-void SlotIdOf(cJSON *, cJSON **) {}
-
 struct Method {
     const char *name;
     Handler handler;
@@ -55,7 +53,7 @@ constexpr std::array<Method, 5> kMethods{{
     {"dca_get_disks_base_info", DcakGetDiskBaseInfo},
     {"dca_get_disks_health_info", DcakGetDiskHealthInfo},
     {"dca_get_disks_iostat", DcakGetDiskIoStatInfo},
-    {"dca_get_disks_slotid", SlotIdOf},
+    {"dca_get_disks_slotid", DcakGetDiskSlotId},
 }};
 
 /** `{"result":text}`, which stands inside the response's own result. */
