@@ -11,7 +11,8 @@
 static_assert(offsetof(DrmTimer, links) == 0 && offsetof(DrmTimer, name) == 16 && offsetof(DrmTimer, callback) == 24 &&
               offsetof(DrmTimer, arg) == 32 && offsetof(DrmTimer, cycleMs) == 40 && offsetof(DrmTimer, type) == 44 &&
               offsetof(DrmTimer, fireCount) == 48 && offsetof(DrmTimer, timer) == 56);
-static_assert(sizeof(DrmHostTimer) >= sizeof(NoraxTimer) && alignof(DrmHostTimer) >= alignof(NoraxTimer));
+static_assert(sizeof(DrmHostTimer) >= sizeof(NoraxTimer));
+static_assert(alignof(DrmHostTimer) >= alignof(NoraxTimer));
 
 namespace {
 
