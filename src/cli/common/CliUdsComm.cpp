@@ -209,9 +209,8 @@ int CliUdsComm::RecvPacket(std::string &text, int sockFd, int srvId, std::string
     int status = CLI_OK;
     int recvError = 0;
     while (true) {
-        errno = 0; // a peer that closes is no error
         const ssize_t packetLen = g_osCalls.recv(sockFd, packet.get(), CLI_PACKET_LEN_MAX, 0);
-        recvError = errno;
+        recvError = packetLen < 0 ? errno : 0;
         if (packetLen <= 0 || joined.received >= head->totalLen || head->totalLen > CLI_MSG_LEN_MAX) {
             CLI_LOG_ERROR("Recv fail.recvlen:%d, totallen:%d", static_cast<int>(packetLen),
                           static_cast<int>(head->totalLen));
@@ -241,7 +240,9 @@ int CliUdsComm::RecvPacket(std::string &text, int sockFd, int srvId, std::string
         }
     }
     (void)ProcessRecvPacket(text, head, joined.image.get(), joined.received, status);
-    errno = recvError; // for the caller's log line; ours have written over it
+    if (status == CLI_RECV_TRANSMISSION_ERROR) {
+        errno = recvError; // the caller tells it; our log lines have written over it
+    }
     return status;
 }
 

@@ -11,6 +11,7 @@
 #include <sys/stat.h>
 #include <utility>
 
+#include "cli/common/XmlLoad.h"
 #include "infrastructure/common/corvane_raii.h"
 #include "infrastructure/common/os_calls.h"
 
@@ -248,7 +249,7 @@ int ConfigMgr::ReadConfig(std::string path)
     if (file == nullptr) {
         return errno;
     }
-    m_root = mxmlLoadFile(nullptr, file, MXML_OPAQUE_CALLBACK);
+    m_root = LoadXmlFile(file);
     (void)g_osCalls.fclose(file);
     return kOk;
 }
@@ -292,13 +293,17 @@ void ConfigMgr::Release()
 
 void MymxmlDelete(mxml_node_t *node)
 {
-    if (node == nullptr) {
-        return;
+    // Not by calls of itself: a file may nest deeper than the stack is.
+    mxml_node_t *at = node;
+    while (at != nullptr) {
+        if (mxml_node_t *child = mxmlGetFirstChild(at)) {
+            at = child;
+            continue;
+        }
+        mxml_node_t *parent = at == node ? nullptr : mxmlGetParent(at);
+        mxmlDelete(at);
+        at = parent;
     }
-    while (mxml_node_t *child = mxmlGetFirstChild(node)) {
-        MymxmlDelete(child);
-    }
-    mxmlDelete(node);
 }
 
 std::string XmlRmSpace(const std::string &text)
@@ -381,8 +386,7 @@ char *InfCfgMakeBakPath(const char *path)
     const size_t length = std::strlen(path);
     char *backup = static_cast<char *>(g_osCalls.malloc(length + kBackupSuffix.size() + 1));
     if (backup != nullptr) {
-        std::memcpy(backup, path, length);
-        std::memcpy(backup + length, kBackupSuffix.data(), kBackupSuffix.size() + 1);
+        *std::copy(kBackupSuffix.begin(), kBackupSuffix.end(), std::copy_n(path, length, backup)) = '\0';
     }
     return backup;
 }

@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <dirent.h>
+#include <mutex>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -17,6 +18,9 @@ int Apply(int (*operation)(pthread_mutex_t *), pthread_mutex_t *mutex)
 {
     return mutex != nullptr && operation(mutex) == 0 ? kOk : kFail;
 }
+
+/** Held over tzset() and localtime_r(): the C library's own lock over the zone is one that no checker sees. */
+std::mutex g_zoneMutex;
 
 } // namespace
 
@@ -62,7 +66,10 @@ int OS_FileDelete(const char *path)
 
 time_t OS_Now()
 {
-    tzset();
+    {
+        const std::lock_guard<std::mutex> guard(g_zoneMutex);
+        tzset();
+    }
     return g_osCalls.time(nullptr);
 }
 
@@ -71,6 +78,7 @@ struct tm *OS_LocalTime(const time_t *time, struct tm *local)
     if (time == nullptr || local == nullptr) {
         return nullptr;
     }
+    const std::lock_guard<std::mutex> guard(g_zoneMutex);
     tzset();
     return localtime_r(time, local);
 }

@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "cli/common/CLogger.h"
+#include "cli/common/XmlLoad.h"
 #include "infrastructure/common/corvane_raii.h"
 #include "infrastructure/common/os_calls.h"
 
@@ -35,7 +36,7 @@ void IgnoreParseError(const char *) {}
 MxmlPtr Parse(const char *text)
 {
     mxmlSetErrorCallback(IgnoreParseError); // of this thread
-    return MxmlPtr(mxmlLoadString(nullptr, text, MXML_OPAQUE_CALLBACK));
+    return MxmlPtr(LoadXmlText(text));
 }
 
 /** Adds an element to the root and gives it a text. @return false if it is not
