@@ -6,6 +6,9 @@ void DrmTest::SetUp()
 {
     StartQuiet();
     spdk_ = std::make_unique<FakeAgent>(kSpdkSocket);
+    // Their workers would run beside the test's own thread, on lists that have no lock.
+    lib::DrmUnRegisterDiskEventHandler(15);
+    lib::DrmUnRegisterDiskEventHandler(16);
     ClearHostLines();
 }
 
@@ -18,21 +21,8 @@ uint32_t DrmTest::AddDisk(const std::string &sn, uint32_t type, const std::strin
     EXPECT_EQ(lib::DiskBaseInfoSet(Sn(sn.c_str()), &record), 0u) << sn;
     uint32_t id = kFail;
     EXPECT_EQ(lib::GetDiskIdBySn(Sn(sn.c_str()), &id), 0u) << sn;
-    // Both features that take events at once have a worker of their own: wait for the line that each ends with.
-    EXPECT_TRUE(WaitForHostLine("Handle disk(" + std::to_string(id) + ") event(0) ret(0)"));
-    if (type == 0 || type == 1) {
-        EXPECT_TRUE(Eventually([&] {
-            for (const uint32_t member : IdsOf(lib::Global<lib::ListHead>("g_drmDiskLifeMonitorDiskList"))) {
-                if (member == id) {
-                    return true;
-                }
-            }
-            return false;
-        }));
-    } else {
-        EXPECT_TRUE(WaitForHostLine("Disk(" + std::to_string(id) + ") diskType(" + (type == 2 ? "0" : "3") +
-                                    ") not support life monitor."));
-    }
+    EXPECT_EQ(lib::DrmDiskMonitorMasterHandleDiskInEvent(id), 0u);
+    EXPECT_EQ(lib::DrmDiskPrefailMasterHandleDiskInEvent(id), 0u);
     return id;
 }
 

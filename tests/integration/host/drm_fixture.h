@@ -15,9 +15,10 @@ inline constexpr uint32_t kDrmModule = 481;
 
 class DrmTest : public HostTest {
 protected:
+    /** Events reach slow disk detection only; the other two are told on the test's thread. */
     void SetUp() override;
 
-    /** A new disk. Its arrival has reached the features that handle events at once. @return its identifier. */
+    /** A new disk, which all features have taken in but slow disk detection: that one does on its next run. */
     static uint32_t AddDisk(const std::string &sn, uint32_t type, const std::string &vendor);
     static uint32_t AddSata(const std::string &sn) { return AddDisk(sn, 2, "ATA"); }
     static uint32_t AddSas(const std::string &sn) { return AddDisk(sn, 1, "ORSYL"); }

@@ -9,6 +9,8 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <set>
+#include <unistd.h>
 
 #define HOST_EXPORT extern "C" __attribute__((visibility("default")))
 
@@ -20,7 +22,8 @@ std::mutex g_lock;
 std::condition_variable g_logged;
 std::vector<HostLine> g_lines;
 std::vector<std::string> g_calls;
-std::vector<uint32_t> g_poolSizes; ///< bytes of an item
+std::vector<uint32_t> g_poolSizes;                ///< bytes of an item
+std::map<uint32_t, std::set<void *>> g_poolItems; ///< what is out, by pool
 std::vector<std::string> g_pools;
 std::vector<HostTimer> g_timers;
 std::vector<HostCommand> g_commands;
@@ -361,6 +364,12 @@ HOST_EXPORT __attribute__((format(printf, 1, 2))) int DBG_ShowUsageAndErrMsg(con
     return result;
 }
 
+pid_t HostFork()
+{
+    const std::lock_guard guard(g_lock);
+    return fork();
+}
+
 std::string TakeHostPrint()
 {
     const std::lock_guard guard(g_lock);
@@ -369,7 +378,7 @@ std::string TakeHostPrint()
     return text;
 }
 
-// Pools: an identifier is a place in the list of sizes. Nothing is given back before the process ends.
+// Pools: an identifier is a place in the list of sizes. What is out of a pool goes with it.
 HOST_EXPORT uint32_t createExpStructurePartition(uint32_t minNum, uint32_t maxNum, const char *name, uint32_t,
                                                  uint32_t reserved, uint32_t fixSize, uint32_t *poolId, uint32_t third,
                                                  uint32_t fourth, uint32_t extendFlag)
@@ -405,6 +414,7 @@ HOST_EXPORT uint32_t createContinuousPartition(uint64_t bytes, const char *name,
     *block = std::malloc(bytes);
     if (*block != nullptr) {
         std::memset(*block, 0xA5, bytes); // a host promises nothing of its contents
+        g_poolItems[*partitionId].insert(*block);
     }
     return 0;
 }
@@ -412,6 +422,13 @@ HOST_EXPORT uint32_t createContinuousPartition(uint64_t bytes, const char *name,
 HOST_EXPORT uint32_t deletePartitionByID(uint32_t id, ...)
 {
     RecordHostCall("deletePartitionByID(" + std::to_string(id) + ")");
+    const std::lock_guard guard(g_lock);
+    if (g_hostResults.deletePartition == 0) {
+        for (void *item : g_poolItems[id]) {
+            std::free(item);
+        }
+        g_poolItems.erase(id);
+    }
     return g_hostResults.deletePartition;
 }
 
@@ -425,6 +442,7 @@ HOST_EXPORT uint32_t allocStructure(uint32_t, uint32_t poolId, void **item, cons
     *item = std::malloc(size);
     if (*item != nullptr) {
         std::memset(*item, 0xA5, size);
+        g_poolItems[poolId].insert(*item);
     }
     return 0;
 }
@@ -432,6 +450,9 @@ HOST_EXPORT uint32_t allocStructure(uint32_t, uint32_t poolId, void **item, cons
 HOST_EXPORT uint32_t freeStructure(void *item, uint32_t poolId, uint32_t, const char *, uint32_t)
 {
     RecordHostCall("freeStructure(" + std::to_string(poolId) + ")");
-    std::free(item);
+    const std::lock_guard guard(g_lock);
+    if (g_poolItems[poolId].erase(item) != 0) {
+        std::free(item);
+    }
     return 0;
 }

@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <sys/types.h>
 #include <vector>
 
 /** One call of the host's log. */
@@ -86,6 +87,9 @@ struct HostCommand {
 static_assert(sizeof(HostCommand) == 104);
 /** What was last registered under a name; ends the process if there is none. */
 HostCommand HostCommandOf(const std::string &name);
+
+/** fork() at a moment when no thread is inside one of these operations: the child has a host that works. */
+pid_t HostFork();
 
 /** What was printed to the debug shell, and forget it. A message with usage stands as "<message>". */
 std::string TakeHostPrint();
