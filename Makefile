@@ -1,15 +1,16 @@
 # The two commands of a newcomer are `make demo` and `make test`; each installs what it needs. `make help` lists all.
 SHELL := /bin/bash
 JOBS ?= $(shell nproc)
+PREFIX ?= /opt/corvane
 .DEFAULT_GOAL := help
-.PHONY: help demo test build lint format unit asan tsan clang coverage fuzz bench bench-smoke vm-test deps clean
+.PHONY: help demo test build lint format unit asan tsan clang coverage fuzz bench bench-smoke vm-test install package deps clean
 
 help: ## list the targets
 	@awk -F ':.*## ' '/^[a-z-]+:.*## /{printf "  make %-12s %s\n", $$1, $$2}' $(MAKEFILE_LIST)
 
 demo: ## build, then watch disks come online, one leave and return, three get verdicts (needs root or sudo)
 	@tools/deps.sh build demo
-	@tools/build.sh release corvaned corvane-agentd corvane-sim
+	@tools/build.sh release corvaned corvanectl corvane-agentd corvane-sim
 	@programs/demo/demo.sh build/release
 
 test: ## everything: lint, unit and integration tests, sanitizers, virtual machine, benchmark smoke run
@@ -65,12 +66,20 @@ bench-smoke: ## every benchmark once, briefly
 	@tools/bench.sh smoke
 
 vm-test: ## tests in a virtual machine with a real kernel and emulated disks
-	@tools/deps.sh build vm
+	@tools/deps.sh build vm package
 	@tools/build.sh release corvaned corvane-agentd corvane-sim
 	@tests/vm/run.sh
 
+install: build ## install the release build below PREFIX (/opt/corvane), or below DESTDIR for a packager
+	@cmake -S . -B build/release -DCMAKE_INSTALL_PREFIX='$(PREFIX)' >/dev/null
+	@DESTDIR='$(DESTDIR)' cmake --install build/release
+
+package: ## Debian packages in build/package
+	@tools/deps.sh build package
+	@tools/package.sh
+
 deps: ## install every Debian package that the targets use
-	@tools/deps.sh build demo lint vm
+	@tools/deps.sh build demo lint vm package
 
 clean: ## remove build/
 	@rm -rf build

@@ -16,15 +16,20 @@ grep -q '^corvane_user:' "$accounts/passwd" || echo 'corvane_user:x:64995:64995:
 mount --bind "$accounts/passwd" /etc/passwd
 mount --bind "$accounts/group" /etc/group
 rm -r "$accounts" # the bind mounts keep the files
-# This tree may itself lie below one of the folders that are about to be covered: it is put back where it was.
+# This tree, and a folder that CORVANE_NS_KEEP names, may themselves lie below one of the folders that are about to be
+# covered: they are put back where they were.
 root=$(readlink -f "$(dirname "$0")/..")
-exec 3<"$root"
+kept=$(readlink -f "${CORVANE_NS_KEEP:-$root}")
+exec 3<"$root" 4<"$kept"
 for folder in /tmp /var/tmp /var/log; do mount -t tmpfs -o mode=1777 corvane "$folder"; done
-if [ ! -e "$root" ]; then
-  mkdir -p "$root"
-  mount --no-canonicalize --bind /proc/self/fd/3 "$root" # the descriptor, not the covered path it names
-fi
-exec 3<&-
+put_back() { # FOLDER DESCRIPTOR
+  [ ! -e "$1" ] || return 0
+  mkdir -p "$1"
+  mount --no-canonicalize --bind "/proc/self/fd/$2" "$1" # the descriptor, not the covered path it names
+}
+put_back "$root" 3
+put_back "$kept" 4
+exec 3<&- 4<&-
 cd "$root"
 export NORDIAG_DIR=/tmp/nordiag # sockets of the debug shell; /run is everybody's
 exec "$@"

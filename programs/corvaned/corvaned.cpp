@@ -16,10 +16,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "cli/server/CliUdsServer.h"
 #include "config/corvane_prefix_path.h"
 #include "exit_codes.h"
 #include "init/corvane_init.h"
 #include "init/corvane_signal_stash.h"
+#include "online_disks.h"
 #include "options.h"
 #include "service_manager.h"
 #include "start_failure.h"
@@ -29,6 +31,8 @@
 namespace {
 
 constexpr long kNanosecondsPerSecond = 1000000000L;
+constexpr long kNanosecondsPerMillisecond = 1000000L;
+constexpr long kMillisecondsPerSecond = 1000L;
 
 /** Sets the prefix by option or by the program's place. @return what is wrong, or nothing. */
 std::string SetPrefix(const Options &options)
@@ -56,43 +60,93 @@ sigset_t EndSignals()
     return signals;
 }
 
-/** Time from now to @p due on the monotonic clock, not below zero. */
-struct timespec TimeUntil(const struct timespec &due)
-{
-    struct timespec now = {};
-    (void)clock_gettime(CLOCK_MONOTONIC, &now);
-    struct timespec left = {due.tv_sec - now.tv_sec, due.tv_nsec - now.tv_nsec};
-    if (left.tv_nsec < 0) {
-        left.tv_sec -= 1;
-        left.tv_nsec += kNanosecondsPerSecond;
+/** A moment that comes again and again; one with no period never comes. */
+class Recurring {
+public:
+    explicit Recurring(long periodMs) : periodMs_(periodMs)
+    {
+        (void)clock_gettime(CLOCK_MONOTONIC, &due_);
+        Next();
     }
-    return left.tv_sec < 0 ? timespec{0, 0} : left;
+
+    [[nodiscard]] bool Wanted() const { return periodMs_ > 0; }
+    void Next()
+    {
+        due_.tv_sec += periodMs_ / kMillisecondsPerSecond;
+        due_.tv_nsec += periodMs_ % kMillisecondsPerSecond * kNanosecondsPerMillisecond;
+        if (due_.tv_nsec >= kNanosecondsPerSecond) {
+            due_.tv_sec += 1;
+            due_.tv_nsec -= kNanosecondsPerSecond;
+        }
+    }
+    [[nodiscard]] bool IsBefore(const Recurring &other) const
+    {
+        return Wanted() && (!other.Wanted() || due_.tv_sec < other.due_.tv_sec ||
+                            (due_.tv_sec == other.due_.tv_sec && due_.tv_nsec < other.due_.tv_nsec));
+    }
+    /** Time from now on the monotonic clock, not below zero. */
+    [[nodiscard]] struct timespec Left() const
+    {
+        struct timespec now = {};
+        (void)clock_gettime(CLOCK_MONOTONIC, &now);
+        struct timespec left = {due_.tv_sec - now.tv_sec, due_.tv_nsec - now.tv_nsec};
+        if (left.tv_nsec < 0) {
+            left.tv_sec -= 1;
+            left.tv_nsec += kNanosecondsPerSecond;
+        }
+        return left.tv_sec < 0 ? timespec{0, 0} : left;
+    }
+
+private:
+    long periodMs_;
+    struct timespec due_ = {};
+};
+
+void PrintStatus(const Options &options)
+{
+    if (options.statusFormat == Options::Format::JSON) {
+        PrintStatusJson(stdout);
+    } else {
+        PrintStatusTable(stdout);
+    }
 }
 
-/** Returns when one of the signals has come; prints the status in between. */
+/** The list needs the lock that every part of the library takes sooner or later: where it is stuck, so is the service.
+ */
+void TellThatItWorks()
+{
+    std::vector<DiskMgrObj> disks;
+    (void)ListOnlineDisks(
+        disks); // that it returns is what counts: there is no list while the collection is switched off
+    (void)NotifyServiceManager("WATCHDOG=1");
+}
+
+/** Returns when one of the signals has come; prints the status and tells the service manager in between. */
 void WaitForEnd(const sigset_t &signals, const Options &options)
 {
-    if (options.statusInterval == 0) {
+    Recurring status(static_cast<long>(options.statusInterval) * kMillisecondsPerSecond);
+    Recurring watchdog(WatchdogPeriodMs());
+    if (!status.Wanted() && !watchdog.Wanted()) {
         while (sigwaitinfo(&signals, nullptr) < 0 && errno == EINTR) {
         }
         return;
     }
-    struct timespec due = {};
-    (void)clock_gettime(CLOCK_MONOTONIC, &due);
     while (true) {
-        due.tv_sec += options.statusInterval;
+        const bool isWatchdog = watchdog.IsBefore(status);
+        Recurring &next = isWatchdog ? watchdog : status;
         int result = 0;
         do {
-            const struct timespec left = TimeUntil(due);
+            const struct timespec left = next.Left();
             result = sigtimedwait(&signals, nullptr, &left);
         } while (result < 0 && errno == EINTR);
         if (result > 0) {
             return;
         }
-        if (options.statusFormat == Options::Format::JSON) {
-            PrintStatusJson(stdout);
+        next.Next();
+        if (isWatchdog) {
+            TellThatItWorks();
         } else {
-            PrintStatusTable(stdout);
+            PrintStatus(options);
         }
     }
 }
@@ -130,6 +184,8 @@ int Run(const Options &options)
     if (!problem.empty()) {
         return Fail(EXIT_CODE_START_FAILED, problem);
     }
+
+    g_cliRefuseActionMismatch = options.allowActionMismatch ? 0 : 1;
 
     // Host libraries install handlers of their own; the ones of this program are put back.
     if (StashProcessSignalHandler() != 0) {

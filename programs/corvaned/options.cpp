@@ -6,16 +6,19 @@
 #include <string_view>
 
 const char *const kHelpText = R"(Usage: corvaned [--prefix DIR] [--status-interval SECONDS [--status-format text|json]]
+                [--allow-action-mismatch]
 
 Watches the health of this node's disks: reads them through the collection agents, keeps a registry of
-disks by serial number and live records of their health and I/O. Runs in the foreground until SIGTERM
-or SIGINT.
+disks by serial number and live records of their health and I/O, and answers corvanectl. Runs in the
+foreground until SIGTERM or SIGINT.
 
   -p, --prefix DIR               installation prefix; its folder "config" holds settings and registry
                                  (default: the folder above the one that holds this program)
   -s, --status-interval SECONDS  print a table of the online disks this often, 1 to 86400
                                  (default: no table)
   -f, --status-format FORMAT     "text" prints a table, "json" one JSON object a line (default: text)
+      --allow-action-mismatch    run a management request whose action differs from the one that its sender
+                                 was found to have the right for (default: refuse it)
   -h, --help                     print this text and exit
   -V, --version                  print the version and exit
 
@@ -38,10 +41,12 @@ bool ParseInterval(std::string_view text, uint32_t &seconds)
 
 bool ParseOptions(int argc, char **argv, Options &options, std::string &error)
 {
+    constexpr int allowActionMismatch = 256; // no letter
     static const option longOptions[] = {
         {"prefix", required_argument, nullptr, 'p'},
         {"status-interval", required_argument, nullptr, 's'},
         {"status-format", required_argument, nullptr, 'f'},
+        {"allow-action-mismatch", no_argument, nullptr, allowActionMismatch},
         {"help", no_argument, nullptr, 'h'},
         {"version", no_argument, nullptr, 'V'},
         {nullptr, 0, nullptr, 0},
@@ -70,6 +75,9 @@ bool ParseOptions(int argc, char **argv, Options &options, std::string &error)
                 return false;
             }
             options.statusFormat = *optarg == 'j' ? Options::Format::JSON : Options::Format::TEXT;
+            break;
+        case allowActionMismatch:
+            options.allowActionMismatch = true;
             break;
         case 'h':
             options.action = Options::Action::HELP;

@@ -14,6 +14,8 @@
 namespace {
 
 const char *const kLockFile = "/config/corvane_master_process_lockfile";
+const char *const kSocket = "/config/CLI_UDS.unix";
+constexpr size_t kSocketPathMax = 106; // of the management server
 
 bool IsFolder(const std::string &path)
 {
@@ -72,6 +74,11 @@ std::string CheckPrefix(const std::string &prefix)
     if (access(config.c_str(), R_OK | W_OK | X_OK) != 0) {
         return "the folder " + config + " cannot be written (" + std::strerror(errno) +
                "); settings and the disk registry live there: make it writable, or run corvaned as root";
+    }
+    const size_t most = kSocketPathMax - std::strlen(kSocket);
+    if (prefix.size() > most) {
+        return "the prefix " + prefix + " is too long for the path of a socket; give one of at most " +
+               std::to_string(most) + " characters with --prefix";
     }
     return "";
 }

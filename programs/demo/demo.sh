@@ -103,7 +103,7 @@ wait_for() { # SECONDS WHAT CONDITION...
 
 prepare() {
   local name
-  local programs=(corvaned corvane-sim)
+  local programs=(corvaned corvanectl corvane-sim)
   [ "$real" -eq 0 ] || programs+=(corvane-agentd)
   for name in jq lsblk setpriv; do
     command -v "$name" >/dev/null || { echo "demo: $name is missing; 'tools/deps.sh demo' installs it" >&2; exit 1; }
@@ -119,7 +119,7 @@ prepare() {
     cp "$build/bin/$name" /var/log/stage/bin/
   done
   find "$build/lib" -maxdepth 1 -name '*.so*' -exec cp -P {} /var/log/stage/lib/ \;
-  cp "$here/../corvane-sim/scenarios/demo.json" /var/log/stage/
+  cp "$here/../corvane-sim/scenarios/demo.json" "$here/../../packaging/config/error_en.xml" /var/log/stage/
   mount -t tmpfs -o mode=1777 tmpfs /tmp
   mount -t tmpfs -o mode=1777 tmpfs /var/tmp
   mv /var/log/stage "$prefix"
@@ -141,6 +141,7 @@ prepare() {
   mount --bind "$prefix/group" /etc/group
 
   mkdir config userconfig_bak
+  mv error_en.xml config/
   settings >config/corvane_config.json
   chmod 0750 config userconfig_bak
   chown corvane_user:corvane_group config userconfig_bak
@@ -378,10 +379,25 @@ format='  %-14s %-30s %-8s %9s  %s\n'
 [ ${#simulated[@]} -eq 3 ] || tell "The other $((${#simulated[@]} - 3)) simulated disks are normal."
 tell "The data agent has been told of all three."
 
-step "8. The end"
+step "8. What an operator sees"
+tell "corvanectl asks corvaned over its own socket, config/CLI_UDS.unix. This is what an operator of this node types:" \
+  "" "\$ corvanectl list"
+"$prefix/bin/corvanectl" list >list.out 2>list.err || fail "corvanectl list: $(cat list.err)"
+sed 's/^/  /' list.out
+listed() { "$prefix/bin/corvanectl" list --json | jq -r --arg sn "$1" '.disks[] | select(.sn == $sn) | "\(.state): \(.suggestion)"'; }
+for serial in "${troubled[@]}"; do
+  [ "$(listed "$serial")" = "${verdict[$serial]}: ${strategy[$serial]}" ] || fail "corvanectl lists $serial as \"$(listed "$serial")\""
+done
+slow_id=$(registry_id "$slow")
+tell "" "\$ corvanectl show drm_info disk_id=$slow_id"
+"$prefix/bin/corvanectl" show drm_info "disk_id=$slow_id" | sed 's/^/  /'
+tell "" "To look further: corvanectl watch is the same table, live; show iostat_info and smart_info have the numbers of a" \
+  "disk, show slowdisk_detect_config what a verdict goes by, and corvanectl help COMMAND the rest. --json is for scripts."
+
+step "9. The end"
 kill -TERM "$corvaned"
 status=0
 wait "$corvaned" || status=$?
 [ "$status" -eq 0 ] || fail "corvaned ended with status $status"
 shown "corvaned ended on request; the programs, their files and this small world are gone in a moment"
-tell "Next: docs/verdicts.md for how a verdict is reached and tuned, docs/simulator.md to write a scenario of your own."
+tell "Next: docs/corvanectl.md for operators, docs/verdicts.md for how a verdict is reached and tuned, docs/simulator.md to write a scenario of your own."

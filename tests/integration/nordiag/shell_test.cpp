@@ -1,6 +1,6 @@
 // The interactive shell, on a pseudo-terminal and on a pipe.
 #include "nordiag_fixture.h"
-#include "terminal.h"
+#include "support/terminal.h"
 
 #include <csignal>
 #include <sys/stat.h>

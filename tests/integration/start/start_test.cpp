@@ -106,6 +106,39 @@ TEST_F(CorvanedTest, TellsAServiceManagerWithAnAbstractSocket)
     EXPECT_EQ(corvaned.WaitForExit(), 0);
 }
 
+class WatchdogTest : public StartTest, public ::testing::WithParamInterface<std::vector<std::string>> {};
+
+TEST_P(WatchdogTest, HearsThatTheServiceWorks)
+{
+    const NotifySocket manager;
+    ChildProcess corvaned(Corvaned(GetParam()), {manager.Environment(), "WATCHDOG_USEC=200000"});
+    ASSERT_THAT(manager.Receive(), HasSubstr("READY=1"));
+
+    EXPECT_EQ(manager.Receive(), "WATCHDOG=1");
+    EXPECT_EQ(manager.Receive(), "WATCHDOG=1");
+
+    corvaned.Signal(SIGTERM);
+    EXPECT_EQ(corvaned.WaitForExit(), 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(Status, WatchdogTest,
+                         ::testing::Values(std::vector<std::string>{},
+                                           std::vector<std::string>{"--status-interval", "1"}));
+
+TEST_F(CorvanedTest, PrintsTheStatusBesideTheWatchdog)
+{
+    const NotifySocket manager;
+    ChildProcess corvaned(Corvaned({"--status-interval", "1"}), {manager.Environment(), "WATCHDOG_USEC=400000"});
+
+    EXPECT_TRUE(corvaned.WaitForOutput([](const std::string &output) {
+        const size_t first = output.find(" online\n");
+        return first != std::string::npos && output.find(" online\n", first + 1) != std::string::npos;
+    }));
+
+    corvaned.Signal(SIGTERM);
+    EXPECT_EQ(corvaned.WaitForExit(), 0);
+}
+
 TEST_F(CorvanedTest, StartsAlthoughTheServiceManagerIsGone)
 {
     ChildProcess corvaned(Corvaned({"--status-interval", "1"}), {"NOTIFY_SOCKET=/tmp/nobody.sock"});
@@ -190,9 +223,10 @@ TEST_F(CorvanedTest, PrintsATableOfTheOnlineDisks)
     ChildProcess corvaned(Corvaned({"--status-interval", "1"}));
 
     EXPECT_TRUE(corvaned.WaitForOutput("  0 disks online\n"));
-    EXPECT_TRUE(corvaned.WaitForOutput(" ID STATE    TYPE       VENDOR    MODEL                SERIAL               "
-                                       "DEVICE    CAPACITY   HOURS    WEAR SCORE LIFE h      IOPS R/W         KiB/s R/W    UTIL  "
-                                       "STRATEGY\n"));
+    EXPECT_TRUE(corvaned.WaitForOutput(
+        " ID STATE    TYPE       VENDOR    MODEL                SERIAL               "
+        "DEVICE    CAPACITY   HOURS    WEAR SCORE LIFE h      IOPS R/W         KiB/s R/W    UTIL  "
+        "STRATEGY\n"));
 
     corvaned.Signal(SIGTERM);
     EXPECT_EQ(corvaned.WaitForExit(), 0);
@@ -237,6 +271,25 @@ TEST_F(CorvanedTest, SaysThatThePrefixIsAFile)
     EXPECT_EQ(corvaned.WaitForExit(), 1);
 
     EXPECT_THAT(corvaned.Errors(), HasSubstr("/tmp/prefix-file is no folder"));
+}
+
+TEST_F(CorvanedTest, SaysThatThePrefixIsTooLongForItsSocket)
+{
+    const std::string most = "/tmp/" + std::string(81, 'x');
+    std::filesystem::create_directories(most + "/config");
+    std::filesystem::create_directories(most + "x/config");
+
+    ChildProcess refused({CORVANED_PATH, "--prefix", most + "x"});
+    EXPECT_EQ(refused.WaitForExit(), 1);
+    EXPECT_EQ(refused.Errors(), "corvaned: the prefix " + most +
+                                    "x is too long for the path of a socket; give one of at most 86 characters with "
+                                    "--prefix\n");
+
+    const NotifySocket manager;
+    ChildProcess corvaned({CORVANED_PATH, "--prefix", most}, {manager.Environment()});
+    EXPECT_THAT(manager.Receive(), HasSubstr("READY=1"));
+    corvaned.Signal(SIGTERM);
+    EXPECT_EQ(corvaned.WaitForExit(), 0);
 }
 
 TEST_F(CorvanedTest, TellsAnyOtherFailureWithItsStatus)
@@ -315,8 +368,8 @@ TEST_F(CorvanedTest, ExplainsItself)
 
     EXPECT_EQ(corvaned.WaitForExit(), 0);
 
-    for (const char *option :
-         {"--prefix DIR", "--status-interval SECONDS", "--status-format FORMAT", "--help", "--version"}) {
+    for (const char *option : {"--prefix DIR", "--status-interval SECONDS", "--status-format FORMAT",
+                               "--allow-action-mismatch", "--help", "--version"}) {
         EXPECT_THAT(corvaned.Output(), HasSubstr(option));
     }
     EXPECT_EQ(corvaned.Errors(), "");

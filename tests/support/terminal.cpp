@@ -17,7 +17,7 @@ constexpr long kPatienceSeconds = 60;
 
 } // namespace
 
-Terminal::Terminal(const std::vector<std::string> &arguments)
+Terminal::Terminal(const std::vector<std::string> &arguments, unsigned short columns, unsigned short lines)
 {
     master_ = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
     if (master_ < 0 || grantpt(master_) != 0 || unlockpt(master_) != 0) {
@@ -28,7 +28,7 @@ Terminal::Terminal(const std::vector<std::string> &arguments)
     if (pid_ == 0) {
         (void)setsid();
         const int slave = open(name.c_str(), O_RDWR); // the controlling terminal, since the session has none
-        const winsize size = {24, 200, 0, 0};
+        const winsize size = {lines, columns, 0, 0};
         (void)ioctl(slave, TIOCSWINSZ, &size);
         for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
             (void)dup2(slave, fd);
@@ -55,6 +55,12 @@ Terminal::~Terminal()
         (void)waitpid(pid_, nullptr, 0);
     }
     (void)close(master_);
+}
+
+void Terminal::Resize(unsigned short columns, unsigned short lines) const
+{
+    const winsize size = {lines, columns, 0, 0};
+    (void)ioctl(master_, TIOCSWINSZ, &size);
 }
 
 void Terminal::Type(const std::string &keys) const

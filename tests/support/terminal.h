@@ -11,12 +11,16 @@
 
 class Terminal {
 public:
-    explicit Terminal(const std::vector<std::string> &arguments);
+    explicit Terminal(const std::vector<std::string> &arguments, unsigned short columns = 200,
+                      unsigned short lines = 24);
     /** Kills the program if it still runs. */
     ~Terminal();
     Terminal(const Terminal &) = delete;
     Terminal &operator=(const Terminal &) = delete;
 
+    [[nodiscard]] pid_t Pid() const { return pid_; }
+    /** Changes the window's size, which the program is told. */
+    void Resize(unsigned short columns, unsigned short lines) const;
     void Type(const std::string &keys) const;
     /** Waits until the text is on the screen, after what was waited for before. @return false if it does not come. */
     bool WaitFor(const std::string &text);
