@@ -1,5 +1,5 @@
 #!/bin/bash
-# deps.sh GROUP...   install the Debian packages of the groups build, demo, lint, vm that are missing.
+# deps.sh GROUP...   install the Debian packages of the groups build, demo, lint, vm, package that are missing.
 set -euo pipefail
 
 packages=()
@@ -10,8 +10,9 @@ for group in "$@"; do
     demo) packages+=(jq util-linux udev mawk grep procps) ;;
     lint) packages+=(clang clang-format clang-tidy llvm libclang-rt-14-dev cppcheck shellcheck codespell man-db gcovr) ;;
     vm) packages+=(qemu-system-x86 busybox-static dash mawk udev util-linux sg3-utils cpio kmod gcc python3 jq strace
-                   libcjson-dev smartmontools) ;;
-    *) echo "deps.sh: unknown group '$group' (build, demo, lint, vm)" >&2; exit 2 ;;
+                   libcjson-dev smartmontools mmdebstrap e2fsprogs) ;;
+    package) packages+=(debhelper dpkg-dev fakeroot lintian) ;;
+    *) echo "deps.sh: unknown group '$group' (build, demo, lint, vm, package)" >&2; exit 2 ;;
   esac
 done
 

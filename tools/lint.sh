@@ -23,7 +23,7 @@ sources() { git ls-files -z --cached --others --exclude-standard -- "$@"; }
 
 formatting() { sources '*.cpp' '*.h' '*.c' | xargs -0 clang-format --dry-run -Werror; }
 spelling() { sources '*.md' '*.cpp' '*.h' '*.c' '*.sh' '*.1' '*.8' | xargs -0 codespell -I tools/spelling-allow.txt; }
-shell_scripts() { { sources '*.sh' .ci/run; } | xargs -0 shellcheck -x -S warning; }
+shell_scripts() { { sources '*.sh' .ci/run 'debian/*.postinst' 'debian/*.postrm'; } | xargs -0 shellcheck -x -S warning; }
 man_pages() {
   local page bad=0 out
   for page in packaging/man/*.[1-8]; do

@@ -56,7 +56,7 @@ vm_stage() {
   stage vm $((SECONDS - t)) "$good" "$bad"
 }
 
-tools/deps.sh build lint demo vm || exit 1
+tools/deps.sh build lint demo vm package || exit 1
 mkdir -p build
 for s in $stages; do
   case $s in

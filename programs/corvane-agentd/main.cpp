@@ -6,6 +6,7 @@
  * the agent still listens, since the agent's thread has nobody else to tell that it has ended. Signals that end the
  * process are blocked before the first thread exists, so that only the wait below receives them.
  */
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <csignal>
@@ -20,12 +21,11 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include "agent_log.h"
+#include "config/corvane_prefix_path.h"
 #include "data_collect/data_collect_agent/data_collect_agent_kernel/dcak_lsblk.h"
 #include "data_collect/data_collect_agent/data_collect_agent_kernel/dcak_server.h"
 #include "data_collect/data_collect_agent/data_collect_agent_kernel/dcak_slot.h"
-#include "infrastructure/corvane_adapter_infra_lite/corvane_adapter_infra_lite.h"
-#include "platform/norax.h"
-#include "platform/norlog.h"
 #include "service_manager.h"
 
 namespace {
@@ -41,29 +41,27 @@ enum ExitCode {
     EXIT_CODE_LSBLK = 6,           /**< lsblk is missing or too old */
 };
 
-const char *const kHelpText = R"(Usage: corvane-agentd
+const char *const kHelpText = R"(Usage: corvane-agentd [--verbose]
 
 Answers the collection requests of corvaned on /tmp/dcak.sock: lists this node's SATA and SAS disks, their
 identity, health and I/O counters. Runs in the foreground, as root, until SIGTERM or SIGINT.
 
+  -v, --verbose  log the course of every request, not only what fails
   -h, --help     print this text and exit
   -V, --version  print the version and exit
 
 Exit status: 0 ended on request, 1 start failed or the agent stopped serving, 2 bad command line, 3 the socket is
 served already, 4 not root, 5 the group corvane_group is missing, 6 lsblk is missing or older than 2.23.2.
-Log: /var/log/corvane/agentd/. See corvane-agentd(8).
+Log: /var/log/corvane_super/corvane.os.log. See corvane-agentd(8).
 )";
 
 const char *const kGroup = "corvane_group";
-// A folder of its own: two processes must not rotate one file.
-const char *const kLogParent = "/var/log/corvane/";
-const char *const kLogFolder = "/var/log/corvane/agentd/";
 constexpr mode_t kSocketMode = 0660;
-constexpr mode_t kFolderMode = 0750;
-constexpr uint32_t kLogFiles = 100;
 constexpr long kPollNs = 20000000L; // 20 ms
 constexpr int kStartPolls = 500;    // 10 s
-constexpr time_t kWatchSeconds = 30;
+constexpr long kWatchMs = 30000;    // at most; the service manager may want to hear more often
+constexpr long kMillisecondsPerSecond = 1000;
+constexpr long kNanosecondsPerMillisecond = 1000000;
 
 [[nodiscard]] int Fail(int exitCode, const std::string &message)
 {
@@ -98,23 +96,6 @@ Listener Probe(const char *path, pid_t &pid)
     return found;
 }
 
-/** Makes the host's services ready in the way the library's own start does. */
-bool StartHost(std::string &problem)
-{
-    const int status = norax_Init();
-    if (status != 0) {
-        problem = std::string("the timer thread cannot be started: ") + std::strerror(status);
-        return false;
-    }
-    (void)mkdir(kLogParent, kFolderMode);
-    (void)norlog_set_file_path_ext(kLogFolder, kLogFolder);
-    (void)norlog_init();
-    (void)norlog_set_backup_num(kLogFiles);
-    (void)CorvaneInfraRegisterInfraAdapter();
-    g_dcakCheckPciAddress = 1;
-    return true;
-}
-
 /** Giving the socket its group and mode is the agent's last step before it accepts. */
 bool WaitUntilServing(gid_t group, struct stat &socketFile)
 {
@@ -142,19 +123,28 @@ void RemoveSocket(const struct stat &ours)
 /** @return true when a signal has come, false when the agent no longer serves. */
 bool WaitForEnd(const sigset_t &signals)
 {
+    const long wanted = WatchdogPeriodMs();
+    const long period = wanted > 0 ? std::min(wanted, kWatchMs) : kWatchMs;
     while (true) {
-        const struct timespec pause = {kWatchSeconds, 0};
+        const struct timespec pause = {period / kMillisecondsPerSecond,
+                                       period % kMillisecondsPerSecond * kNanosecondsPerMillisecond};
         if (sigtimedwait(&signals, nullptr, &pause) > 0) {
             return true;
         }
+        if (errno != EAGAIN) {
+            continue;
+        }
         pid_t pid = 0;
-        if (errno == EAGAIN && Probe(g_DCAK_SERVER.address, pid) != Listener::SERVES) {
+        if (Probe(g_DCAK_SERVER.address, pid) != Listener::SERVES) {
             return false;
+        }
+        if (wanted > 0) {
+            (void)NotifyServiceManager("WATCHDOG=1");
         }
     }
 }
 
-int Run()
+int Run(bool verbose)
 {
     sigset_t signals;
     (void)sigemptyset(&signals);
@@ -177,12 +167,16 @@ int Run()
         return Fail(EXIT_CODE_ALREADY_RUNNING, std::string(g_DCAK_SERVER.address) + " is served already by process " +
                                                    std::to_string(other) + "; stop that process first");
     }
-    std::string problem;
-    const mode_t mask = umask(0027); // for the log's folders
-    if (!StartHost(problem)) {
-        return Fail(EXIT_CODE_START_FAILED, problem);
+    // The script that takes rotated logs away lies below the prefix.
+    if (InitCorvanePrefixPathInd() != 0) {
+        (void)std::fprintf(stderr,
+                           "corvane-agentd: the prefix cannot be found from the program's own path; %s is used\n",
+                           GetPrefixPath());
     }
-    (void)umask(mask);
+    if (!StartAgentLog(verbose)) {
+        (void)std::fprintf(stderr, "corvane-agentd: no log file in %s; logging to standard output\n", kAgentLogFolder);
+    }
+    g_dcakCheckPciAddress = 1;
 
     if (DcakInitSocketSever() != 0) {
         std::array<char, DCAK_VERSION_SIZE> version{};
@@ -193,49 +187,58 @@ int Run()
             return Fail(EXIT_CODE_LSBLK,
                         std::string("lsblk is ") + version.data() + ", 2.23.2 or later is needed: upgrade util-linux");
         }
-        return Fail(EXIT_CODE_START_FAILED, std::string("the agent did not start; see ") + kLogFolder);
+        return Fail(EXIT_CODE_START_FAILED, std::string("the agent did not start; see ") + kAgentLogFolder);
     }
     struct stat socketFile = {};
     if (!WaitUntilServing(groupId, socketFile)) {
         return Fail(EXIT_CODE_START_FAILED, std::string("the agent does not serve ") + g_DCAK_SERVER.address +
-                                                "; the failed step is named in " + kLogFolder);
+                                                "; the failed step is named in " + kAgentLogFolder);
     }
     if (!NotifyServiceManager("READY=1\nSTATUS=Serving")) {
         (void)std::fprintf(stderr, "corvane-agentd: the service manager cannot be told that the start is complete; "
                                    "check NOTIFY_SOCKET\n");
     }
+    NoteInAgentLog(std::string("serving ") + g_DCAK_SERVER.address + ", version " + CORVANE_VERSION);
     const bool asked = WaitForEnd(signals);
     (void)NotifyServiceManager("STOPPING=1\nSTATUS=Stopping");
     RemoveSocket(socketFile);
+    NoteInAgentLog(asked ? "stopping on request" : "stopping: the agent serves no longer");
     // The log stays open: connections may still be served and write to it. What it holds is flushed by the end of main.
     return asked ? EXIT_CODE_OK
-                 : Fail(EXIT_CODE_START_FAILED, std::string("the agent has stopped serving; see ") + kLogFolder);
+                 : Fail(EXIT_CODE_START_FAILED, std::string("the agent has stopped serving; see ") + kAgentLogFolder);
 }
 
 } // namespace
 
 int main(int argc, char **argv)
 {
-    static const option longOptions[] = {
-        {"help", no_argument, nullptr, 'h'}, {"version", no_argument, nullptr, 'V'}, {nullptr, 0, nullptr, 0}};
+    static const option longOptions[] = {{"verbose", no_argument, nullptr, 'v'},
+                                         {"help", no_argument, nullptr, 'h'},
+                                         {"version", no_argument, nullptr, 'V'},
+                                         {nullptr, 0, nullptr, 0}};
+    bool verbose = false;
     opterr = 0;
-    switch (getopt_long(argc, argv, ":hV", longOptions, nullptr)) {
-    case -1:
-        break;
-    case 'h':
-        (void)std::fputs(kHelpText, stdout);
-        return EXIT_CODE_OK;
-    case 'V':
-        (void)std::puts("corvane-agentd " CORVANE_VERSION);
-        return EXIT_CODE_OK;
-    default:
-        return Fail(EXIT_CODE_USAGE, std::string("unknown option ") + argv[optind - 1] + "; see corvane-agentd --help");
+    for (int letter = 0; (letter = getopt_long(argc, argv, ":vhV", longOptions, nullptr)) != -1;) {
+        switch (letter) {
+        case 'v':
+            verbose = true;
+            break;
+        case 'h':
+            (void)std::fputs(kHelpText, stdout);
+            return EXIT_CODE_OK;
+        case 'V':
+            (void)std::puts("corvane-agentd " CORVANE_VERSION);
+            return EXIT_CODE_OK;
+        default:
+            return Fail(EXIT_CODE_USAGE,
+                        std::string("unknown option ") + argv[optind - 1] + "; see corvane-agentd --help");
+        }
     }
     if (optind < argc) {
         return Fail(EXIT_CODE_USAGE,
                     std::string("unexpected argument ") + argv[optind] + "; see corvane-agentd --help");
     }
-    const int exitCode = Run();
+    const int exitCode = Run(verbose);
     // Without the destructors of the process: the agent's threads may still be running.
     (void)std::fflush(nullptr);
     _exit(exitCode);

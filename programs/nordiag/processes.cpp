@@ -44,6 +44,9 @@ std::set<fs::path> SocketFolders()
         for (const fs::path &user : EntriesOf("/run/user")) {
             folders.insert(user / "nordiag");
         }
+        for (const fs::path &service : EntriesOf("/run")) { // each service with a runtime directory of its own
+            folders.insert(service / "nordiag");
+        }
         for (const fs::path &entry : EntriesOf("/tmp")) {
             if (entry.filename().string().rfind("nordiag-", 0) == 0) {
                 folders.insert(entry);

@@ -117,8 +117,13 @@ int norax_timer_set_raw(NoraxTimer *timer, uint32_t cycleMs, void *context, Nora
                         const char *, uint32_t) noexcept
 {
     Host &host = TheHost();
-    if (void (*hook)() = std::exchange(host.knobs.onTimerSetRaw, nullptr)) {
-        hook();
+    void (*hook)() = nullptr;
+    {
+        const Guard guard(host.mutex);
+        hook = std::exchange(host.knobs.onTimerSetRaw, nullptr);
+    }
+    if (hook != nullptr) {
+        hook(); // may come back here
     }
     const Guard guard(host.mutex);
     if (host.knobs.timerSetRaw != 0) {

@@ -84,7 +84,7 @@ bool Terminal::ReadSome(long deadline)
     return true;
 }
 
-bool Terminal::WaitFor(const std::string &text)
+bool Terminal::WaitFor(const std::string &text, std::string *before)
 {
     const long deadline = time(nullptr) + kPatienceSeconds;
     size_t at = 0;
@@ -92,6 +92,9 @@ bool Terminal::WaitFor(const std::string &text)
         if (!ReadSome(deadline)) {
             return false;
         }
+    }
+    if (before != nullptr) {
+        *before = screen_.substr(seen_, at - seen_);
     }
     seen_ = at + text.size();
     return true;

@@ -22,8 +22,11 @@ public:
     /** Changes the window's size, which the program is told. */
     void Resize(unsigned short columns, unsigned short lines) const;
     void Type(const std::string &keys) const;
-    /** Waits until the text is on the screen, after what was waited for before. @return false if it does not come. */
-    bool WaitFor(const std::string &text);
+    /**
+     * Waits until the text is on the screen, after what was waited for before. @return false if it does not come.
+     * @param[out] before  What stands between the two, unless null.
+     */
+    bool WaitFor(const std::string &text, std::string *before = nullptr);
     /** The same for a prompt, and until keys reach the program one by one: before, the terminal keeps lines back. */
     bool WaitForPrompt(const std::string &text);
     /** @return as ChildProcess::WaitForExit(). */

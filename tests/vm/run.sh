@@ -1,6 +1,7 @@
 #!/bin/bash
 # run.sh [CASE...]   the virtual machine tests: boots a throw-away guest for each case. Prints one line a case;
-# consoles and files of the guest stay in build/vm/results/CASE. BUILD chooses the build folder (build/release).
+# consoles and files of the guest stay in build/vm/results/CASE. BUILD chooses the build folder (build/release);
+# KEEP_PACKAGES takes the Debian packages of build/package as they are.
 set -uo pipefail
 cd "$(dirname "$0")/../.." || exit 1
 build=$(readlink -f "${BUILD:-build/release}")
@@ -9,7 +10,7 @@ mkdir -p build/vm
 tests/vm/kernel.sh "$VMLAB_KROOT" >/dev/null || { echo "vm: kernel FAILED"; exit 1; }
 
 payload=$(mktemp -d)
-trap 'rm -rf "$payload"' EXIT
+trap 'rm -rf "$payload" "$payload.debian"' EXIT
 mkdir "$payload/bin" "$payload/lib"
 cp "$build"/bin/{corvaned,corvane-agentd,corvane-sim} "$payload/bin/" || exit 1
 cp -d "$build"/lib/*.so* "$payload/lib/"
@@ -24,9 +25,41 @@ if [ ${#cases[@]} -eq 0 ]; then
   for f in tests/vm/cases/*.sh; do [ "$f" = tests/vm/cases/lib.sh ] || cases+=("$(basename "$f" .sh)"); done
 fi
 
+topology_of() { sed -n 's/^# topology: //p' "tests/vm/cases/$1.sh"; }
+boots_debian() { grep -q '"root"' "tests/vm/topology/$(topology_of "$1").json"; }
+
+# Cases that boot a Debian root get the packages, and a later version of them with changed defaults.
+next_package() { # DEB FOLDER
+  local tree
+  tree=$(mktemp -d)
+  dpkg-deb -R "$1" "$tree" &&
+    sed -i -E 's/^Version: .*/&+next/; s/\(= ([^)]*)\)/(= \1+next)/g' "$tree/DEBIAN/control" &&
+    if [ -e "$tree/$defaults" ]; then
+      jq '. + {added_key: 7} | .sas_hdd.added_in_section = 8 | .sata_ssd_disk.task_cycle = 30' "$tree/$defaults" >"$tree/new" &&
+        mv "$tree/new" "$tree/$defaults"
+    fi && dpkg-deb --root-owner-group -b "$tree" "$2" >/dev/null
+  local rc=$?
+  rm -rf "$tree"
+  return $rc
+}
+defaults=opt/corvane/share/corvane/corvane_config.default.json
+debian=$payload.debian
+for name in "${cases[@]}"; do
+  if boots_debian "$name" && [ ! -e "$debian" ]; then
+    tests/vm/debian-root.sh "$PWD/build/vm/debian-root.img" || { echo "vm: Debian root FAILED"; exit 1; }
+    [ -n "${KEEP_PACKAGES:-}" ] || tools/package.sh >build/package.log 2>&1 || { tail -n 40 build/package.log; echo "vm: packages FAILED"; exit 1; }
+    mkdir -p "$debian/debs" "$debian/next"
+    cp tests/vm/cases/lib.sh "$debian/"
+    for deb in build/package/*.deb; do
+      cp "$deb" "$debian/debs/" && next_package "$deb" "$debian/next" || { echo "vm: packages FAILED"; exit 1; }
+    done
+  fi
+done
+
 one() {
-  local name=$1 topology out rc start=$SECONDS
-  topology=$(sed -n 's/^# topology: //p' "tests/vm/cases/$name.sh")
+  local name=$1 topology out rc payload=$payload start=$SECONDS
+  topology=$(topology_of "$name")
+  ! boots_debian "$name" || payload=$debian
   out=build/vm/results/$name
   rm -rf "$out"
   mkdir -p "$out"

@@ -5,9 +5,12 @@
 #include <filesystem>
 #include <sys/mount.h>
 #include <sys/stat.h>
+#include <vector>
 
+using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using ::testing::MatchesRegex;
+using ::testing::Not;
 
 TEST_F(ServingAgentdTest, SocketIsForRootAndTheGroup)
 {
@@ -18,7 +21,46 @@ TEST_F(ServingAgentdTest, SocketIsForRootAndTheGroup)
     EXPECT_EQ(status.st_mode & 07777, 0660u);
     EXPECT_EQ(status.st_uid, 0u);
     EXPECT_EQ(status.st_gid, 64901u);
-    EXPECT_TRUE(std::filesystem::is_directory("/var/log/corvane/agentd"));
+}
+
+TEST_F(ServingAgentdTest, LogsToAFileForRootAlone)
+{
+    struct stat status = {};
+    ASSERT_EQ(stat("/var/log/corvane_super/corvane.os.log", &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, 0640u);
+    EXPECT_EQ(status.st_uid, 0u);
+    EXPECT_EQ(status.st_gid, 0u);
+    ASSERT_EQ(stat("/var/log/corvane_super", &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, 0750u);
+    ASSERT_EQ(stat("/var/log/corvane_super/bak_os", &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, 0750u);
+}
+
+TEST_F(ServingAgentdTest, LinesAreInTheFileAtOnceAndOnTheConsoleToo)
+{
+    EXPECT_THAT(AskFor("dca_get_disks_iostat", R"({"devices":["sdzy"],"period":"20"})"), HasSubstr("SATA-X1"));
+
+    ASSERT_TRUE(Agent().WaitForOutput("serving /tmp/dcak.sock"));
+    const std::string log = ReadFile("/var/log/corvane_super/corvane.os.log");
+    EXPECT_THAT(log,
+                MatchesRegex("(.|\n)*\\[AGENTD    \\]\\[[0-9]+\\] EVENT \\[agent_log.cpp [0-9]+ NoteInAgentLog\\] : "
+                             "serving /tmp/dcak.sock, version [0-9.]+\n"));
+    EXPECT_THAT(log, Not(HasSubstr(" DEBUG "))) << "the course of requests is for --verbose";
+}
+
+TEST_F(ServingAgentdTest, TellsAWatchdogThatItServes)
+{
+    TearDown();
+    const NotifySocket manager;
+    ChildProcess agent({AGENTD_PATH}, {manager.Environment(), Path(), "WATCHDOG_USEC=200000"});
+
+    EXPECT_EQ(manager.Receive(), "READY=1\nSTATUS=Serving");
+    EXPECT_EQ(manager.Receive(), "WATCHDOG=1");
+    EXPECT_EQ(manager.Receive(), "WATCHDOG=1");
+
+    agent.Signal(SIGTERM);
+    EXPECT_EQ(agent.WaitForExit(), 0);
+    SetUp();
 }
 
 class AgentdSignalTest : public ServingAgentdTest, public ::testing::WithParamInterface<int> {
@@ -111,7 +153,8 @@ TEST_F(AgentdStartTest, SaysThatLsblkIsTooOld)
 
     EXPECT_EQ(agent.WaitForExit(), 6);
 
-    EXPECT_EQ(agent.Errors(), "corvane-agentd: lsblk is 2.23.1, 2.23.2 or later is needed: upgrade util-linux\n");
+    EXPECT_THAT(agent.Errors(),
+                EndsWith("corvane-agentd: lsblk is 2.23.1, 2.23.2 or later is needed: upgrade util-linux\n"));
     EXPECT_EQ(Client().Error(), ENOENT);
 }
 
@@ -121,7 +164,77 @@ TEST_F(AgentdStartTest, SaysThatLsblkIsMissing)
 
     EXPECT_EQ(agent.WaitForExit(), 6);
 
-    EXPECT_EQ(agent.Errors(), "corvane-agentd: lsblk is missing or does not tell its version: install util-linux\n");
+    EXPECT_THAT(agent.Errors(),
+                EndsWith("corvane-agentd: lsblk is missing or does not tell its version: install util-linux\n"));
+}
+
+TEST_F(AgentdStartTest, VerboseKeepsTheCourseOfRequests)
+{
+    const NotifySocket manager;
+    ChildProcess agent({AGENTD_PATH, "--verbose"}, {manager.Environment(), Path()});
+    ASSERT_EQ(manager.Receive(), "READY=1\nSTATUS=Serving");
+
+    EXPECT_THAT(AskFor("dca_get_disks_iostat", R"({"devices":["sdzy"],"period":"20"})"), HasSubstr("SATA-X1"));
+
+    EXPECT_TRUE(agent.WaitForOutput(" DEBUG "));
+    EXPECT_THAT(ReadFile("/var/log/corvane_super/corvane.os.log"), HasSubstr(" DEBUG "));
+    agent.Signal(SIGTERM);
+    EXPECT_EQ(agent.WaitForExit(), 0);
+}
+
+TEST_F(AgentdStartTest, ARotatedLogIsBackedUpAndItsStreamClosed)
+{
+    const std::string folder = "/var/log/corvane_super";
+    const std::string backups = folder + "/bak_os";
+    std::filesystem::remove_all(folder);
+    const NotifySocket manager;
+    // To nowhere: this test does not read what an agent says.
+    ChildProcess agent({"/bin/sh", "-c", "exec " AGENTD_PATH " >/dev/null 2>&1"}, {manager.Environment(), Path()});
+    ASSERT_EQ(manager.Receive(), "READY=1\nSTATUS=Serving");
+    const std::string garbage(3000, 'x'); // is repeated in the log
+    const auto inFolder = [&backups] {
+        std::vector<std::string> names;
+        for (const auto &entry : std::filesystem::directory_iterator(backups)) {
+            names.push_back(entry.path().extension());
+        }
+        return names;
+    };
+
+    for (size_t expected = 1; expected <= 2; expected++) {
+        const std::vector<std::string> packed(expected, ".gz");
+        for (int i = 0; i < 6000 && inFolder() != packed; i++) {
+            EXPECT_EQ(Ask(garbage), "");
+        }
+        EXPECT_EQ(inFolder(), packed);
+    }
+
+    std::vector<std::string> open;
+    for (const auto &entry : std::filesystem::directory_iterator("/proc/" + std::to_string(agent.Pid()) + "/fd")) {
+        std::error_code gone;
+        const std::string target = std::filesystem::read_symlink(entry.path(), gone);
+        if (target.rfind(folder, 0) == 0) {
+            open.push_back(target);
+        }
+    }
+    EXPECT_THAT(open, ::testing::ElementsAre(folder + "/corvane.os.log"));
+    agent.Signal(SIGTERM);
+    EXPECT_EQ(agent.WaitForExit(), 0);
+}
+
+TEST_F(AgentdStartTest, ServesWithoutALogFile)
+{
+    std::filesystem::remove_all("/var/log/corvane_super");
+    WriteFile("/var/log/corvane_super", "no folder");
+    const NotifySocket manager;
+    ChildProcess agent({AGENTD_PATH}, {manager.Environment(), Path()});
+
+    EXPECT_EQ(manager.Receive(), "READY=1\nSTATUS=Serving");
+
+    EXPECT_TRUE(agent.WaitForOutput("serving /tmp/dcak.sock"));
+    agent.Signal(SIGTERM);
+    EXPECT_EQ(agent.WaitForExit(), 0);
+    EXPECT_THAT(agent.Errors(), HasSubstr("no log file in /var/log/corvane_super/; logging to standard output"));
+    std::filesystem::remove("/var/log/corvane_super");
 }
 
 TEST_F(AgentdStartTest, SaysThatItNeedsRoot)
@@ -162,10 +275,11 @@ TEST_P(AgentdUsageTest, CommandLine)
 
 INSTANTIATE_TEST_SUITE_P(
     Lines, AgentdUsageTest,
-    ::testing::Values(
-        UsageCase{"Help", "--help", 0, "Usage: corvane-agentd\n(.|\n)*5 the group corvane_group(.|\n)*", ""},
-        UsageCase{"Version", "--version", 0, "corvane-agentd [0-9]+\\.[0-9]+\\.[0-9]+\n", ""},
-        UsageCase{"Option", "--frobnicate", 2, "",
-                  "corvane-agentd: unknown option --frobnicate; see corvane-agentd --help\n"},
-        UsageCase{"Argument", "now", 2, "", "corvane-agentd: unexpected argument now; see corvane-agentd --help\n"}),
+    ::testing::Values(UsageCase{"Help", "--help", 0,
+                                "Usage: corvane-agentd .--verbose.\n(.|\n)*5 the group corvane_group(.|\n)*", ""},
+                      UsageCase{"Version", "--version", 0, "corvane-agentd [0-9]+\\.[0-9]+\\.[0-9]+\n", ""},
+                      UsageCase{"Option", "--frobnicate", 2, "",
+                                "corvane-agentd: unknown option --frobnicate; see corvane-agentd --help\n"},
+                      UsageCase{"Argument", "now", 2, "",
+                                "corvane-agentd: unexpected argument now; see corvane-agentd --help\n"}),
     [](const auto &test) { return test.param.name; });

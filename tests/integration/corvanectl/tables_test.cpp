@@ -189,12 +189,14 @@ TEST_F(WatchTest, ReplacesTheTableOnATerminalUntilItIsEnded)
     ASSERT_TRUE(terminal.WaitFor("\033[?25l\033[?7l\033[2J" + kHome));
     ASSERT_TRUE(terminal.WaitFor(kHome)) << "a second frame";
     ASSERT_TRUE(terminal.WaitFor(kHome));
+    std::string shown;
+    ASSERT_TRUE(terminal.WaitFor("\033[J", &shown)) << "the end of the frame";
     terminal.Type("\003");
     EXPECT_EQ(terminal.WaitForExit(), 0);
 
-    const std::string rest = OnScreen(terminal.Rest());
-    EXPECT_THAT(rest, ::testing::EndsWith("\033[K\033[?7h\033[?25h"));
-    const std::string frame = WithoutEscapes(rest.substr(0, rest.find("^C")));
+    EXPECT_THAT(OnScreen(terminal.Rest()), ::testing::EndsWith("\033[K\033[?7h\033[?25h"));
+    shown = OnScreen(shown);
+    const std::string frame = WithoutEscapes(shown);
     EXPECT_EQ(frame.substr(frame.find("  ")), R"(  5 disks: 2 normal, 1 slow, 1 prefail, 1 fault
 ID DEVICE TYPE       SERIAL               STATE   SCORE LIFE mo    UTIL
  3 nvme10 NVME SSD   SN-WITH-TWENTY-CHARS fault      37      <1 100.00%
@@ -204,7 +206,7 @@ ID DEVICE TYPE       SERIAL               STATE   SCORE LIFE mo    UTIL
 12 sdab   SAS SSD    SN-D                 normal    100     >60   0.00%
 every 1 s, Ctrl-C ends
 )");
-    EXPECT_THAT(rest, HasSubstr("\033[31mfault\033[0m"));
+    EXPECT_THAT(shown, HasSubstr("\033[31mfault\033[0m"));
 }
 
 TEST_F(WatchTest, KeepsToTheWindowAndTellsWhatIsHidden)

@@ -34,7 +34,7 @@ printf 'root:x:0:0:root:/root:/bin/sh\ncorvane_user:x:995:995::/:/bin/sh\n' > $r
 printf 'root:x:0:\ntty:x:5:\ndisk:x:6:\ncorvane_group:x:995:\n' > $root/etc/group
 printf '127.0.0.1 localhost\n' > $root/etc/hosts
 mods="sd_mod sg ses ahci virtio_pci virtio_scsi virtio_console virtio_net scsi_debug nvme megaraid_sas mptsas mptspi sym53c8xx
- target_core_user tcm_loop uio configfs null_blk dm_mod dm_delay dm_flakey libcrc32c crct10dif_generic crc64-rocksoft_generic scsi_transport_sas"
+ target_core_user tcm_loop uio configfs null_blk dm_mod dm_delay dm_flakey libcrc32c crc32c_generic crct10dif_generic crc64-rocksoft_generic scsi_transport_sas ext4"
 for m in $mods ${EXTRA_MODULES:-}; do
   { modprobe -d "$kroot/" -S "$kver" --show-depends "$m" 2>/dev/null || echo "mkinitramfs: no module $m" >&2; } | awk '$1=="insmod"{print $2}'
 done | sort -u | while read -r f; do f=/${f#"$kroot"}; f=/lib/${f#*/lib/}; install -D -m644 "$kroot$f" "$root$f"; done

@@ -119,7 +119,7 @@ TEST_F(ChangeSlowDiskDetectParamTest, RefusesWhatIsNoNumber)
     EXPECT_THAT(CmdDoubles::calls, IsEmpty());
 }
 
-TEST_F(ChangeSlowDiskDetectParamTest, TakesThresholdsWithinTheClasssRange)
+TEST_F(ChangeSlowDiskDetectParamTest, TakesThresholdsWithinTheRangeOfTheClass)
 {
     LoadSettings();
     const struct {

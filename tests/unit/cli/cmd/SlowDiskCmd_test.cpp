@@ -280,6 +280,20 @@ TEST_F(GetAllOnlineDiskTest, ListsWhatFits)
     EXPECT_THAT(ids, ElementsAre(2u, 9u, 77u));
 }
 
+TEST_F(GetAllOnlineDiskTest, CountsNothingWhileTheStoreIsDisabled)
+{
+    AddDisk(2);
+    StartStore();
+    g_dataMgrEnable = false;
+    SlowDiskCmd command;
+    unsigned int ids[3] = {77, 77, 77};
+    unsigned int count = 77;
+
+    EXPECT_EQ(command.GetAllOnlineDisk(ids, 3, count), 0);
+
+    EXPECT_EQ(count, 0u);
+}
+
 TEST_F(GetAllOnlineDiskTest, RefusesBadArguments)
 {
     SlowDiskCmd command;

@@ -216,10 +216,10 @@ public:
         state.changed.notify_all();
         state.changed.wait(lock, [&state] { return !state.held; });
         state.running--;
+        output = state.echo ? m_data.name + "|" + given : state.output;
         if (state.throws) {
             throw std::bad_alloc();
         }
-        output = state.echo ? m_data.name + "|" + given : state.output;
         if (state.clears) {
             m_params.clear();
         }

@@ -7,7 +7,7 @@ mkdir -p /dev/pts /dev/shm /run/udev/rules.d
 mount -t devpts devpts /dev/pts; mount -t tmpfs -o mode=1777 tmpfs /dev/shm; mount -t tmpfs -o mode=1777 tmpfs /tmp
 [ -e /dev/fd ] || ln -s /proc/self/fd /dev/fd
 hostname vmlab; ifconfig lo 127.0.0.1 up 2>/dev/null
-SCSI_DEBUG="" SASEMU=0 WAIT_DISKS=0
+SCSI_DEBUG="" SASEMU=0 WAIT_DISKS=0 ROOT_SERIAL=""
 . /vmlab/config
 [ -s /vmlab/61-vmlab.rules ] && cp /vmlab/61-vmlab.rules /run/udev/rules.d/
 load() { while read -r m; do modprobe $m || echo "vmlab: no module $m"; done; }
@@ -27,6 +27,15 @@ if [ "$SASEMU" = 1 ]; then
 fi
 i=0; while [ "$(ls -d /sys/block/sd* /sys/block/nvme* 2>/dev/null | wc -l)" -lt $WAIT_DISKS ] && [ $i -lt 100 ]; do sleep 0.1; i=$((i+1)); done
 udevadm settle -t 30
+if [ -n "$ROOT_SERIAL" ]; then # boot the system on that disk; it runs the script itself
+  modprobe ext4; mkdir -p /newroot
+  mount "/dev/$(devof "$ROOT_SERIAL" 30)" /newroot || { echo "vmlab: no root"; poweroff -f; }
+  cp -a /vmlab /payload /newroot/
+  udevadm control --exit
+  umount /dev/pts /dev/shm
+  for m in proc sys dev; do mount --move /$m /newroot/$m; done
+  exec switch_root -c /dev/console /newroot /sbin/init
+fi
 read up _ </proc/uptime; echo "=== vmlab: guest ready after $up s"
 mkdir -p /results; cd /payload || poweroff -f
 /vmlab/test.sh; rc=$?
