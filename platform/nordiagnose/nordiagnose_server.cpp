@@ -324,6 +324,7 @@ void Server::ServeClients() noexcept
             AcceptOne();
         }
     }
+    listener_.Close();
     for (const Client &client : clients_) {
         if (client.socket >= 0) {
             (void)shutdown(client.socket, SHUT_RDWR);

@@ -155,8 +155,14 @@ void TellNoDebugShell(const char *place, const char *problem) noexcept
 ListeningSocket::~ListeningSocket()
 {
     RemoveFile();
+    Close();
+}
+
+void ListeningSocket::Close() noexcept
+{
     if (fd_ >= 0) {
         (void)close(fd_);
+        fd_ = -1;
     }
 }
 

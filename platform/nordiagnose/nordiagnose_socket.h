@@ -33,6 +33,8 @@ public:
     [[nodiscard]] int Fd() const noexcept { return fd_; }
     /** Removes the file, if it is still this socket's. */
     void RemoveFile() noexcept;
+    /** Stops listening, for the thread that accepts: clients that wait to be accepted are cut off. */
+    void Close() noexcept;
 
 private:
     [[nodiscard]] bool Listen(const char *folder, const char *file) noexcept;

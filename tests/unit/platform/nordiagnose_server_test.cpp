@@ -917,6 +917,28 @@ TEST_F(DbgDiagnoseAgentDestroyTest, WaitsForCommandsAndEndsTheConnections)
     EXPECT_TRUE(WaitFor([threads] { return Threads() < threads; }));
 }
 
+TEST_F(DbgDiagnoseAgentDestroyTest, CutsClientsThatItNeverAccepted)
+{
+    Register("gate", Stand);
+    Start();
+    const DebugShellClient running(Socket());
+    running.Send('R', {"gate"});
+    ASSERT_TRUE(gate_.entered.Wait());
+    std::vector<std::unique_ptr<DebugShellClient>> waiting;
+    std::thread destroyer([] { EXPECT_EQ(DBG_DiagnoseAgentDestroy(kProcess), 0); });
+    for (int i = 0; i < 64 && fs::exists(Socket()); i++) { // some of them come too late to be accepted
+        waiting.push_back(std::make_unique<DebugShellClient>(Socket()));
+    }
+
+    for (const auto &client : waiting) {
+        EXPECT_TRUE(client->Ends());
+    }
+    EXPECT_FALSE(gate_.finished);
+    gate_.open.Signal();
+    destroyer.join();
+    started_ = false;
+}
+
 TEST_F(DbgDiagnoseAgentDestroyTest, CalledByACommandEndsTheAgentAllTheSame)
 {
     const size_t threads = Threads();
