@@ -91,8 +91,13 @@ void CliCmdPool::WorkerLoop()
         }
         std::string output;
         const int result = RunCommand(*task, output);
-        clientId = task->GetData().clientFd;
-        (void)DBPrint(output, result, task->GetAction());
+        clientId = -1; // that of the last one may be another's by now
+        try {
+            clientId = task->GetData().clientFd;
+            (void)DBPrint(output, result, task->GetAction());
+        } catch (const std::exception &error) {
+            CLI_LOG_ERROR("The answer could not be sent, %s.", error.what());
+        }
         // One request per connection: the answer ends it.
         (void)shutdown(clientId, SHUT_RDWR);
         (void)close(clientId);

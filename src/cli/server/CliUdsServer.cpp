@@ -170,9 +170,13 @@ int CliUdsServer::AcceptCliServer()
         CloseSocket(fd);
         return CLI_RECV_TRANSMISSION_ERROR;
     }
-    {
+    try {
         const std::lock_guard<std::mutex> guard(m_clientsMutex);
         m_clients.push_back(fd);
+    } catch (const std::exception &error) {
+        CLI_LOG_ERROR("No room for one more client, %s.", error.what());
+        CloseSocket(fd);
+        return CLI_FAIL;
     }
     CLI_LOG_INFO("Client connected.clientId(%d).", fd);
     return CLI_OK;
