@@ -200,8 +200,10 @@ void WriteLine(uint32_t level, Line &line) noexcept
     std::array<char, 256> reason{};
     const std::string_view text(line.Text(), line.Size());
     if (log->fileOpen && log->file.Write(text, level <= kErrorLevel, reason.data(), reason.size())) {
-        // Written again after a failure, such as a disk that was full: the next failure is news.
-        log->failureTold = false;
+        if (level <= kErrorLevel) {
+            // Written through to the file after a failure, such as a disk that was full: the next failure is news.
+            log->failureTold = false;
+        }
         return;
     }
     if (log->fileOpen) {

@@ -103,7 +103,10 @@ bool WaitUntilServing(gid_t group, struct stat &socketFile)
         if (stat(g_DCAK_SERVER.address, &socketFile) == 0 && S_ISSOCK(socketFile.st_mode) &&
             (socketFile.st_mode & ALLPERMS) == kSocketMode && socketFile.st_gid == group) {
             pid_t pid = 0;
-            return Probe(g_DCAK_SERVER.address, pid) == Listener::SERVES && pid == getpid();
+            if (Probe(g_DCAK_SERVER.address, pid) == Listener::SERVES) {
+                return pid == getpid();
+            }
+            // The file of an agent that was killed: ours is not there yet.
         }
         const struct timespec pause = {0, kPollNs};
         (void)nanosleep(&pause, nullptr);

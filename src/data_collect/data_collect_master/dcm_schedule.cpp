@@ -147,7 +147,9 @@ void CancelAgent(const AgentInfo &agent, const uint8_t *flag) noexcept
 
 bool IsDue(uint32_t type, time_t last) noexcept
 {
-    return difftime(g_osCalls.time(nullptr), last) * kMsPerSecond >= g_queryScheduledTaskConfigMap[type];
+    const double elapsed = difftime(g_osCalls.time(nullptr), last);
+    // A clock that was set back must not keep the disks unwatched until it has caught up.
+    return elapsed < 0 || elapsed * kMsPerSecond >= g_queryScheduledTaskConfigMap[type];
 }
 
 void QueryDueMessages(QueryAgentTaskContext *context, DiskBriefInfo **devices, uint32_t count) noexcept

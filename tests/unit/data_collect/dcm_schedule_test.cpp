@@ -147,6 +147,25 @@ TEST_F(QueryAgentScheduleTaskTest, MessagesAreDueByTheirPeriods)
     EXPECT_EQ(agent.Count("dca_get_disks_base_info"), 2u);
 }
 
+TEST_F(QueryAgentScheduleTaskTest, AClockThatWasSetBackMakesAllMessagesDueOnce)
+{
+    TestAgent agent("agent", Path("a"), GoodAgent("d", 1));
+    QueryAgentTaskContext context = ContextOf(agent);
+    QueryAgentScheduleTask(&context);
+
+    now_ -= 86400;
+    QueryAgentScheduleTask(&context);
+    EXPECT_EQ(agent.Count("dca_get_disks_base_info"), 2u);
+    EXPECT_EQ(agent.Count("dca_get_disks_health_info"), 2u);
+    EXPECT_EQ(agent.Count("dca_get_disks_iostat"), 2u);
+    now_ += 2;
+    QueryAgentScheduleTask(&context);
+
+    EXPECT_EQ(agent.Count("dca_get_disks_base_info"), 2u);
+    EXPECT_EQ(agent.Count("dca_get_disks_health_info"), 2u);
+    EXPECT_EQ(agent.Count("dca_get_disks_iostat"), 2u);
+}
+
 TEST_F(QueryAgentScheduleTaskTest, AFailedMessageStaysDueAndTheSleepIsShort)
 {
     const TestAgent::Handler good = GoodAgent("d", 1);

@@ -301,6 +301,7 @@ TEST_F(NorlogTest, AFullDiskIsToldOnceAndTheLinesGoToStandardError)
 
     ASSERT_EQ(norlog_init(), 0);
     Log(kError, "first");
+    Log(kInfo, "kept back, which says nothing about the disk");
     Log(kError, "second");
     ASSERT_EQ(norlog_destroy(), 0);
 
