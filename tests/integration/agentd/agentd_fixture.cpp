@@ -41,14 +41,6 @@ void AddDisk(const std::string &name, const char *vendor, const char *model, int
     std::ofstream(base + "/device/model") << model << '\n';
 }
 
-void AddTool(const std::string &name, const std::string &body)
-{
-    const std::string path = std::string(kTools) + "/" + name;
-    std::ofstream(path + ".new") << "#!/bin/sh\n" << body;
-    (void)chmod((path + ".new").c_str(), 0755);
-    std::filesystem::rename(path + ".new", path);
-}
-
 } // namespace
 
 Client::Client() : fd_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0))
@@ -146,6 +138,14 @@ void AgentdTest::SetCounters(unsigned long sataReads, unsigned long sasWrites)
                                      sataReads, sataReads * 8, sasWrites, sasWrites * 16);
     const UniqueFd file(open(kCounters, O_WRONLY | O_CLOEXEC));
     EXPECT_EQ(pwrite(file.Get(), text.data(), static_cast<size_t>(length), 0), length);
+}
+
+void AgentdTest::AddTool(const std::string &name, const std::string &body)
+{
+    const std::string path = std::string(kTools) + "/" + name;
+    std::ofstream(path + ".new") << "#!/bin/sh\n" << body;
+    (void)chmod((path + ".new").c_str(), 0755);
+    std::filesystem::rename(path + ".new", path);
 }
 
 void AgentdTest::WriteFile(const std::string &path, const std::string &text)

@@ -41,6 +41,8 @@ protected:
 
     /** "NAME=value" that puts the tools of the test first. */
     static std::string Path();
+    /** Puts a shell script in the place of a tool. */
+    static void AddTool(const std::string &name, const std::string &body);
     /** Replaces lsblk; it answers in the mode of this version. */
     static void InstallLsblk(const std::string &version);
     /** Replaces the counters of both disks, each number in a fixed width so that a reader sees old or new ones. */
