@@ -9,6 +9,7 @@
 #include <pthread.h>
 
 #include "nordiagnose_commands.h"
+#include "nordiagnose_guard.h"
 #include "nordiagnose_server.h"
 #include "nordiagnose_session.h"
 
@@ -27,14 +28,6 @@ struct Agent {
 pthread_mutex_t g_lock = PTHREAD_MUTEX_INITIALIZER; ///< the agents; sockets are opened and ended without it
 std::array<Agent, kMaxAgents> g_agents;
 
-class Guard {
-public:
-    Guard() noexcept { (void)pthread_mutex_lock(&g_lock); }
-    ~Guard() { (void)pthread_mutex_unlock(&g_lock); }
-    Guard(const Guard &) = delete;
-    Guard &operator=(const Guard &) = delete;
-};
-
 Agent *FindAgentLocked(int processId) noexcept
 {
     for (Agent &agent : g_agents) {
@@ -48,7 +41,7 @@ Agent *FindAgentLocked(int processId) noexcept
 /** Keeps a row for the process. @return 0 or an errno number. */
 int ReserveAgent(int processId, Agent *&reserved) noexcept
 {
-    const Guard guard;
+    const nordiag::Guard guard(g_lock);
     if (FindAgentLocked(processId) != nullptr) {
         return EEXIST;
     }
@@ -108,7 +101,7 @@ DBG_API int DBG_DiagnoseAgentInit(int processId, const char *agentName) noexcept
         return status;
     }
     nordiag::Server *server = nordiag::ServerStart(processId, agentName);
-    const Guard guard;
+    const nordiag::Guard guard(g_lock);
     *agent = {AgentState::REGISTERED, processId, server};
     return 0;
 }
@@ -117,7 +110,7 @@ DBG_API int DBG_DiagnoseAgentDestroy(int processId) noexcept
 {
     Agent *agent = nullptr;
     {
-        const Guard guard;
+        const nordiag::Guard guard(g_lock);
         agent = processId > 0 ? FindAgentLocked(processId) : nullptr;
         if (agent == nullptr || agent->state != AgentState::REGISTERED) {
             return ENOENT;
@@ -125,7 +118,7 @@ DBG_API int DBG_DiagnoseAgentDestroy(int processId) noexcept
         agent->state = AgentState::CHANGING;
     }
     nordiag::ServerStop(agent->server);
-    const Guard guard;
+    const nordiag::Guard guard(g_lock);
     *agent = {};
     return 0;
 }
