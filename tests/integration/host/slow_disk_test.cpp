@@ -648,9 +648,12 @@ TEST_F(SlowDiskTest, ObjectWindowAndEventHaveTheirSizes)
     lib::DrmNotifyDiskEvent(id, 0);
     collect(before);
 
-    EXPECT_THAT(sizes,
-                testing::ElementsAre("normm_malloc(24,481", "normm_malloc(2432,481", "normm_malloc(8,481",
-                                     "normm_malloc(24,481")); // the last one is the worker, which has nothing to run
+    ASSERT_THAT(sizes, testing::SizeIs(testing::AnyOf(3, 4)));
+    if (sizes.size() == 4) { // a new worker for the event, unless the first event's still runs and takes it along
+        EXPECT_EQ(sizes.back(), "normm_malloc(24,481");
+        sizes.pop_back();
+    }
+    EXPECT_THAT(sizes, testing::ElementsAre("normm_malloc(24,481", "normm_malloc(2432,481", "normm_malloc(8,481"));
 }
 
 TEST_F(SlowDiskTest, TheFeatureSwitchTurnsItOnAndOff)
