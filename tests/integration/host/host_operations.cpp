@@ -26,7 +26,7 @@ std::vector<uint32_t> g_poolSizes;                ///< bytes of an item
 std::map<uint32_t, std::set<void *>> g_poolItems; ///< what is out, by pool
 std::vector<std::string> g_pools;
 std::vector<HostTimer> g_timers;
-std::vector<HostCommand> g_commands;
+std::vector<const HostCommand *> g_commands; // as registered: this host keeps no copies
 std::string g_print;
 std::mutex g_spinlocksLock;
 std::map<void *, std::unique_ptr<std::mutex>> g_spinlocks;
@@ -285,10 +285,8 @@ void ExpireLastTimer()
 
 HOST_EXPORT int DBG_RegCmd(const void *record, ...)
 {
-    HostCommand command{};
-    std::memcpy(&command, record, sizeof(command));
-    // A name of 20 characters stands first; longer ones lack their terminator.
-    const std::string name(command.name, strnlen(command.name, sizeof(command.name)));
+    const auto *command = static_cast<const HostCommand *>(record);
+    const std::string name(command->name, strnlen(command->name, sizeof(command->name)));
     RecordHostCall("DBG_RegCmd(" + name + ")");
     if (g_hostResults.regCmdOf.empty() || g_hostResults.regCmdOf == name) {
         if (g_hostResults.regCmd != 0) {
@@ -316,8 +314,9 @@ HostCommand HostCommandOf(const std::string &name)
 {
     const std::lock_guard guard(g_lock);
     for (auto it = g_commands.rbegin(); it != g_commands.rend(); ++it) {
-        if (std::string(it->name, strnlen(it->name, sizeof(it->name))) == name) {
-            return *it;
+        const HostCommand &command = **it;
+        if (std::string(command.name, strnlen(command.name, sizeof(command.name))) == name) {
+            return command;
         }
     }
     (void)std::fprintf(stderr, "no command %s is registered\n", name.c_str());

@@ -19,6 +19,8 @@
 namespace {
 
 constexpr const char *kCluster = "u_drm_slow_disk";
+constexpr DrmDebugCmdInfo kHostCommand = {"u_drm_slow_disk", "diagnose function of slow disk detection",
+                                          DrmDebugExecDiagCmd, DrmDebugCmdHelp};
 
 constexpr int kArgCount = 3; // cluster, command, number
 constexpr size_t kArgNumber = 2;
@@ -212,7 +214,7 @@ extern "C" {
 
 void DrmSlowDiskDetectDebugInitDiag(void) noexcept
 {
-    if (DrmDebugRegHostCmd(kCluster, "diagnose function of slow disk detection") != DRM_OK) {
+    if (DrmDebugRegHostCmd(kHostCommand) != DRM_OK) {
         DRM_LOG(CORVANE_LOG_ERROR, "DRM_SLOW_DISK: reg diag cmd fail.");
         return;
     }

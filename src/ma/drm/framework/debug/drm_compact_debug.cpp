@@ -1,8 +1,6 @@
 #include "ma/drm/framework/debug/drm_compact_debug.h"
 
 #include <array>
-#include <bit>
-#include <bounded/bounded.h>
 #include <cstring>
 
 #include "infrastructure/common/bounded_text.h"
@@ -118,17 +116,10 @@ bool FindCommand(const char *name, uint32_t group, const char *word, DrmDiagCmd 
 
 } // namespace
 
-uint32_t DrmDebugRegHostCmd(const char *name, const char *description) noexcept
+uint32_t DrmDebugRegHostCmd(const DrmDebugCmdInfo &record) noexcept
 {
-    DrmDebugCmdInfo info{};
-    if (strcpy_s(info.name, sizeof(info.name), name) != 0 ||
-        strcpy_s(info.description, sizeof(info.description), description) != 0) {
-        return DRM_ERR_FAIL;
-    }
-    info.exec = DrmDebugExecDiagCmd;
-    info.help = DrmDebugCmdHelp;
-    const auto record = std::bit_cast<DBG_CmdInfo>(info);
-    return DBG_RegCmd(&record) == kHostCmdFailed ? DRM_ERR_FAIL : DRM_OK;
+    // The record itself, not a copy: other hosts' libraries may keep its address.
+    return DBG_RegCmd(reinterpret_cast<const DBG_CmdInfo *>(&record)) == kHostCmdFailed ? DRM_ERR_FAIL : DRM_OK;
 }
 
 extern "C" {
@@ -174,7 +165,7 @@ void DrmDebugUnRegDiagCmdGroup(const char *cluster, DrmDiagCmd *cmds) noexcept
 int DrmDebugExecDiagCmd(int argc, char **argv) noexcept
 {
     if (argc <= 1) {
-        return DBG_ShowUsageAndErrMsg("%s", "");
+        return DBG_ShowUsageAndErrMsg("Please input valid command.");
     }
     if (!ClusterExists(argv[0])) {
         DRM_LOG(CORVANE_LOG_ERROR, "DRM_DEBUG: Not find cmd cluster, name(%s).\n", ClusterName(argv[0]).Get());

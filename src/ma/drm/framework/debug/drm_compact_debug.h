@@ -46,12 +46,6 @@ typedef struct DrmDebugCmdInfo {
 } DrmDebugCmdInfo;
 
 /**
- * @brief Register a first word with the host, to be answered by the cluster of that name.
- * @retval DRM_ERR_FAIL  The host refused.
- */
-CORVANE_NODISCARD uint32_t DrmDebugRegHostCmd(const char *name, const char *description) CORVANE_NOEXCEPT;
-
-/**
  * @brief Add commands to a cluster, which is made if there is none of this name.
  * @param cmds  @p count commands; they stay the caller's and must stay valid until they are taken away.
  * @retval DRM_ERR_FAIL  Empty name, no commands, 32 clusters exist, or the cluster has three groups.
@@ -73,6 +67,14 @@ CORVANE_END_DECLS
 
 #ifdef __cplusplus
 #include <cstddef>
+
+/**
+ * @brief Register a first word with the host, to be answered by the cluster of that name.
+ * @param record  Must stay valid until the word is taken back: the host may keep its address.
+ * @retval DRM_ERR_FAIL  The host refused.
+ */
+[[nodiscard]] uint32_t DrmDebugRegHostCmd(const DrmDebugCmdInfo &record) noexcept;
+
 static_assert(sizeof(DrmDiagCmd) == 24 && sizeof(DrmDiagCmdCluster) == 72 && offsetof(DrmDiagCmdCluster, name) == 48);
 static_assert(sizeof(DrmDebugCmdInfo) == 104 && offsetof(DrmDebugCmdInfo, exec) == 88);
 #endif

@@ -11,6 +11,7 @@
 namespace {
 
 constexpr const char *kCluster = "drm";
+constexpr DrmDebugCmdInfo kHostCommand = {"drm", "diagnose function of DRM", DrmDebugExecDiagCmd, DrmDebugCmdHelp};
 
 std::array<DrmDiagCmd, 1> g_commands{{
     {"showmemalloc", drmShowMemAlloc, "drm showmemalloc: show allocated mem size\n"},
@@ -22,7 +23,7 @@ extern "C" {
 
 uint32_t DrmFrameworkDebugInit(void) noexcept
 {
-    if (DrmDebugRegHostCmd(kCluster, "diagnose function of DRM") != DRM_OK) {
+    if (DrmDebugRegHostCmd(kHostCommand) != DRM_OK) {
         DRM_LOG(CORVANE_LOG_ERROR, "Drm debug registe failed.");
         return DRM_ERR_FAIL;
     }
