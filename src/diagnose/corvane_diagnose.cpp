@@ -4,6 +4,7 @@
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
+#include <optional>
 #include <string_view>
 
 #include "infrastructure/common/os_calls.h"
@@ -54,12 +55,16 @@ void StartMallocThread() noexcept
     }
 }
 
-void SetMallocSize(const char *text) noexcept
+/**
+ * @return what the host made of a text. Its result does not say whether that is a number, since hosts differ in it; an
+ * untouched place does.
+ */
+std::optional<uint32_t> NumberOf(const char *text) noexcept
 {
-    uint64_t size = 0;
-    if (norax_str_tou64(text, &size) == 0) {
-        DrmStoreRelaxed(g_mallocMemSize, static_cast<uint32_t>(size));
-    }
+    constexpr uint64_t kUntouched = UINT64_MAX;
+    uint64_t number = kUntouched;
+    (void)norax_str_tou64(text, &number);
+    return number == kUntouched ? std::nullopt : std::optional(static_cast<uint32_t>(number));
 }
 
 } // namespace
@@ -126,13 +131,12 @@ int CorvaneDiagListDiskData(int, char **) noexcept
 
 int CorvaneDiagSetDiskLifeMoniterScheduleTime(int argc, char **argv) noexcept
 {
-    uint64_t seconds = 0;
-    if (argc <= 1 || norax_str_tou64(argv[1], &seconds) != 0) {
+    const std::optional<uint32_t> seconds = argc > 1 ? NumberOf(argv[1]) : std::nullopt;
+    if (!seconds) {
         return DBG_ShowUsageAndErrMsg("Please input valid command, need param[cycle_time]");
     }
-    const auto cycle = static_cast<uint32_t>(seconds);
-    SetDiskLifeMonitorSchedulerCycle(cycle);
-    (void)DBG_Print("Set disk life monitor schedule time %us\n", cycle);
+    SetDiskLifeMonitorSchedulerCycle(*seconds);
+    (void)DBG_Print("Set disk life monitor schedule time %us\n", *seconds);
     return 0;
 }
 
@@ -147,7 +151,9 @@ int CorvaneGen4mMem(int argc, char **argv) noexcept
     } else if (what == "free") {
         DiagFreeMemFun();
     } else if (what == "set_malloc_size" && argc == 3) {
-        SetMallocSize(argv[2]);
+        if (const std::optional<uint32_t> size = NumberOf(argv[2])) {
+            DrmStoreRelaxed(g_mallocMemSize, *size);
+        }
     }
     return 0;
 }
