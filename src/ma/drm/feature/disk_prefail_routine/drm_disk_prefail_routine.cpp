@@ -117,14 +117,13 @@ void HandleEvent(const DrmDiskEvent &event) noexcept
 /** Takes the disk's private word away. */
 uint32_t TakeDprDiskData(uint32_t diskId, uint32_t *group) noexcept
 {
-    DrmUmmPtr<uint32_t> word; // freed after the lock
     const DrmFeatureDataGuard guard(DRM_FEATURE_PREFAIL);
     void *info = nullptr;
     if (getFeatureLocPrivateData(diskId, DRM_FEATURE_PREFAIL, &info) != DRM_OK || info == nullptr) {
         DRM_LOG(CORVANE_LOG_ERROR, "Get private data fail for disk(%u), info(%p).", diskId, info);
         return DRM_ERR_FAIL;
     }
-    word.reset(static_cast<uint32_t *>(info));
+    const DrmUmmPtr<uint32_t> word(static_cast<uint32_t *>(info));
     *group = *word;
     (void)setFeatureLocPrivateData(diskId, DRM_FEATURE_PREFAIL, nullptr);
     return DRM_OK;

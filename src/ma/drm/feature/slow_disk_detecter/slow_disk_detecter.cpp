@@ -13,8 +13,19 @@
 #include "ma/drm/framework/utils/drm_relaxed.h"
 #include "ma/drm/framework_adapter_corvane/drm_featrue_adapter/drm_feature_adapter_intf.h"
 
+namespace {
+
+constexpr DrmSlowDiskZone EmptyZone(DrmSlowDiskZone &at) noexcept
+{
+    return {DRM_SPINLOCK_FREE, {&at.disks, &at.disks}, 0};
+}
+
+} // namespace
+
 extern "C" {
-DrmSlowDiskZone g_drm_slow_disk_detecter_zones[SLOW_DISK_ZONE_NUM];
+DrmSlowDiskZone g_drm_slow_disk_detecter_zones[SLOW_DISK_ZONE_NUM] = {
+    EmptyZone(g_drm_slow_disk_detecter_zones[0]), EmptyZone(g_drm_slow_disk_detecter_zones[1]),
+    EmptyZone(g_drm_slow_disk_detecter_zones[2]), EmptyZone(g_drm_slow_disk_detecter_zones[3])};
 }
 
 namespace {
@@ -56,7 +67,7 @@ constexpr std::array<uint32_t, SLOW_DISK_ZONE_NUM> kBandwidthCeiling{{300, 300, 
 
 ConfigTable g_config = kDefaultConfig; // relaxed atomics
 uint8_t g_switch = 0;                  // relaxed atomic
-DrmQueue g_eventQueue;
+DrmQueue g_eventQueue = {DRM_SPINLOCK_FREE, {&g_eventQueue.nodes, &g_eventQueue.nodes}};
 
 bool BitAt(const uint8_t *bits, uint32_t index) noexcept
 {
@@ -335,11 +346,12 @@ uint32_t DrmSlowDiskDetectorAddDiskToZone(DrmSlowDiskZone *zone, uint32_t diskId
 
 void DrmSlowDiskDetectorRemoveDiskFromZone(DrmSlowDiskZone *zone, uint32_t diskId) noexcept
 {
-    const DrmUmmPtr<DrmSlowDiskObj> member(FindMember(zone, diskId));
+    DrmUmmPtr<DrmSlowDiskObj> member(FindMember(zone, diskId));
     if (member == nullptr) {
         return;
     }
     DrmListUnlink(&member->links);
+    member.reset();
     const DrmFeatureDataGuard guard(DRM_FEATURE_SLOW_DISK);
     const DrmUmmPtr<DrmDiskIostatWindow> window(WindowLocked(diskId));
     if (window == nullptr) {

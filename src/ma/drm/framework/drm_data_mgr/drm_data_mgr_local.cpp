@@ -12,7 +12,8 @@ uint32_t CreateRows(DrmAllLocalDiskInfo &info) noexcept
 {
     void *block = nullptr;
     if (createContinuousPartition(info.diskNum * sizeof(DrmLocalDiskData), "BDM_DRM_LOCAL_DISK_POOL", DRM_HOST_MODULE,
-                                  0, &g_partitionId, &block, __func__) != 0) {
+                                  0, &g_partitionId, &block, "DrmLocalDataMgrInit") != 0 ||
+        block == nullptr) {
         DRM_LOG(CORVANE_LOG_ERROR, "Create BDM_DRM_LOCAL_DISK_POOL failed.");
         return DRM_ERR_FAIL;
     }

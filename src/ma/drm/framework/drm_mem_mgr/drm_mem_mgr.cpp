@@ -149,7 +149,7 @@ void *DrmMemMallocLv(const char *name, uint32_t line, uint64_t size) noexcept
         return nullptr;
     }
     void *item = nullptr;
-    if (allocStructure(DRM_HOST_MODULE, DrmLoadRelaxed(pool->poolId), &item, name, line) != 0) {
+    if (allocStructure(DRM_HOST_MODULE, DrmLoadRelaxed(pool->poolId), &item, name, line) != 0 || item == nullptr) {
         DRM_LOG(CORVANE_LOG_ERROR, "alloc mem fail, %s:%d", name, static_cast<int>(line));
         return nullptr;
     }

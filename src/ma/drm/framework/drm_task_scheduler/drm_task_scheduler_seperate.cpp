@@ -100,7 +100,9 @@ bool IsPendingLocked(DrmSchedQueue &queue, uint32_t code) CORVANE_REQUIRES(queue
 
 bool AppendLocked(DrmSchedQueue &queue, uint32_t code) CORVANE_REQUIRES(queue.lock)
 {
-    auto *item = static_cast<DrmSchedWorkItem *>(DrmMemMallocLv(__func__, __LINE__, sizeof(DrmSchedWorkItem)));
+    // the name that an operator finds in the host's books is that of the operation
+    void *memory = DrmMemMallocLv("DrmTriggerSeperateSchedAnalysis", __LINE__, sizeof(DrmSchedWorkItem));
+    auto *item = static_cast<DrmSchedWorkItem *>(memory);
     if (item == nullptr) {
         return false;
     }
@@ -157,7 +159,7 @@ void RunBatch(const WorkerData &worker, DrmListHead *batch)
     for (DrmSchedWorkItem *item : DrmListView<DrmSchedWorkItem>(batch)) {
         DrmListUnlink(&item->links);
         DrmExecSeperateSchedAnalysis(worker.featureId, worker.nodeType, item->code);
-        DrmMemFreeLv(__func__, __LINE__, item, sizeof(*item));
+        DrmMemFreeLv("DrmSeperateSchedAnalysis", __LINE__, item, sizeof(*item));
     }
 }
 
