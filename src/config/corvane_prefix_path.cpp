@@ -87,6 +87,9 @@ CORVANE_API uint32_t SetPrefixPath(const char *path) noexcept
         (void)std::fflush(stdout);
         return kFailed;
     }
+    if (g_prefixPath != nullptr && std::strcmp(g_prefixPath, path) == 0) {
+        return 0; // at a second start others are reading it
+    }
     if (g_prefixPath != g_builtInPrefix) {
         auto *former = static_cast<FormerPrefix *>(g_osCalls.malloc(sizeof(FormerPrefix)));
         if (former == nullptr) {

@@ -251,7 +251,9 @@ CORVANE_API uint32_t InitCorvane(uint32_t startMode) noexcept
         CORVANE_LOG_CHECKED(CORVANE_LOG_DEBUG, "INIT", "Error start mode (%d)", static_cast<int>(startMode));
         return CORVANE_INIT_ERR_FAIL;
     }
-    g_corvaneStartMode = startMode;
+    if (g_corvaneStartMode != startMode) { // at a second start others are reading it
+        g_corvaneStartMode = startMode;
+    }
     if (startMode == CORVANE_START_COMBINED && InitCorvanePrefixPathComb() != 0) {
         CORVANE_LOG_CHECKED(CORVANE_LOG_DEBUG, "INIT", "Init corvane prefix path failed.");
         return CORVANE_INIT_ERR_FAIL;

@@ -111,7 +111,10 @@ CORVANE_API void CorvaneInfraLog(uint32_t level, const char *module, const char 
 CORVANE_API uint32_t CorvaneInfraRegisterInfraAdapter(void) noexcept
 {
     CorvaneOsFillTable(CorvaneInfraLog);
-    g_infraLogLevel = norlog_loglevel_get(kHostModule);
+    const uint32_t level = norlog_loglevel_get(kHostModule);
+    if (g_infraLogLevel != level) { // at a second start others are reading it
+        g_infraLogLevel = level;
+    }
     return 0;
 }
 

@@ -318,7 +318,7 @@ extern "C" CORVANE_API void CorvaneOsRwlockUnlockRwlock(void *lock) noexcept
 
 void CorvaneOsFillTable(decltype(CorvaneInfra::log) log) noexcept
 {
-    g_corvaneInfra = {
+    const CorvaneInfra table = {
         .memAlloc = CorvaneOsMalloc,
         .memFree = CorvaneOsFree,
         .threadCreate = CorvaneOsThreadCreate,
@@ -356,4 +356,7 @@ void CorvaneOsFillTable(decltype(CorvaneInfra::log) log) noexcept
         .rwlockTryReadLock = CorvaneOsRwlockTryLockReadLock,
         .rwlockUnlock = CorvaneOsRwlockUnlockRwlock,
     };
+    if (std::memcmp(&g_corvaneInfra, &table, sizeof(table)) != 0) { // at a second start others are reading it
+        g_corvaneInfra = table;
+    }
 }

@@ -10,6 +10,7 @@
 #include <thread>
 #include <vector>
 
+#include "config/corvane_prefix_path.h"
 #include "data_collect/data_collect_master/DCM_listener/dcm_hot_plug.h"
 #include "data_collect/data_collect_master/dcm_schedule.h"
 #include "data_collect/data_collect_master/dcm_transport.h"
@@ -20,6 +21,7 @@
 #include "data_mgr/data_mgr_master/data_mgr_master_sync.h"
 #include "disk_mgr/disk_mgr.h"
 #include "infrastructure/common/corvane_raii.h"
+#include "infrastructure/corvane_adapter_infra_lite/corvane_adapter_infra_lite.h"
 #include "infrastructure/corvane_task_scheduler/corvane_task_scheduler.h"
 #include "support/corvane_fixture.h"
 
@@ -133,6 +135,29 @@ protected:
         }
     }
 };
+
+/** What a second start does to words that the threads of the first are reading. */
+TEST_F(StormTest, EqualWordsAreNotStoredAgain)
+{
+    ASSERT_EQ(CorvaneInfraRegisterInfraAdapter(), 0u);
+    const std::string prefix = GetPrefixPath();
+    std::atomic<bool> over{false};
+    std::thread reader([&] {
+        while (!over) {
+            g_corvaneInfra.memFree(g_corvaneInfra.memAlloc(std::strlen(GetPrefixPath())));
+            g_corvaneInfra.log(CORVANE_LOG_DEBUG + 1, "INIT", __FILE__, __LINE__, __func__, "above every level");
+        }
+    });
+
+    for (int i = 0; i < 100; i++) {
+        EXPECT_EQ(CorvaneInfraRegisterInfraAdapter(), 0u);
+        EXPECT_EQ(SetPrefixPath(prefix.c_str()), 0u);
+    }
+    over = true;
+    reader.join();
+
+    EXPECT_EQ(GetPrefixPath(), Prefix());
+}
 
 TEST_F(StormTest, ScheduleTasksAreSubmittedCancelledAndStopped)
 {
