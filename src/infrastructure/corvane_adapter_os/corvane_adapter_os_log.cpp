@@ -68,7 +68,10 @@ int64_t PrintFailed(int64_t count) noexcept
 
 void WriteToFile(CorvaneOsLogRecord &record) noexcept
 {
-    if (t_holdsLogLock || g_osLogLock == nullptr) {
+    if (t_holdsLogLock || g_osLogLock == nullptr) { // the line counts, its bytes cannot be counted
+        if (g_osLogFile != nullptr) {
+            (void)CorvaneOsPrintStream(g_osLogFile, &record);
+        }
         return;
     }
     g_corvaneInfra.spinlockLock(g_osLogLock);

@@ -331,6 +331,20 @@ TEST_F(CorvaneOsLogTest, ReachesTheConsoleBeforeThereIsAFile)
     EXPECT_EQ(::testing::internal::GetCapturedStdout(), Line("INFO ", "early"));
 }
 
+TEST_F(CorvaneOsLogTest, WritesWithoutItsLockAndCountsNothing)
+{
+    Register();
+    CorvaneInfraFreeLogFileVars();
+    ASSERT_EQ(g_osLogLock, nullptr);
+
+    ::testing::internal::CaptureStdout();
+    CorvaneOsLog(6, "DCM", "file.cpp", 42, "Func", "late");
+
+    EXPECT_EQ(::testing::internal::GetCapturedStdout(), Line("INFO ", "late"));
+    EXPECT_EQ(LogText(), Line("INFO ", "late"));
+    EXPECT_EQ(g_osLogWrittenBytes, nullptr);
+}
+
 TEST_F(CorvaneOsLogTest, LinesOfManyThreadsStayWhole)
 {
     Register();
@@ -529,6 +543,8 @@ TEST_F(RotationTest, AThreadThatCannotBeHadDoesNotLockTheLogForItself)
 
     EXPECT_THAT(errors, HasSubstr("] : thread create failed(11).\n"));
     EXPECT_THAT(errors, HasSubstr("create backup thread failed."));
+    EXPECT_THAT(LogText(), HasSubstr("] : thread create failed(11).\n"));
+    EXPECT_EQ(Written(), 0u);
     EXPECT_EQ(Pending(), 1u);
     EXPECT_TRUE(g_corvaneInfra.spinlockTryLock(g_osLogLock));
     g_corvaneInfra.spinlockUnlock(g_osLogLock);
@@ -816,11 +832,16 @@ TEST_F(CorvaneOsLogCompressAndBakupTest, LeavesTheFileUncompressedWhenTheCommand
 
 TEST_F(CorvaneOsLogCompressAndBakupTest, LeavesTheFileUncompressedWithoutACommand)
 {
-    WriteFile(kRotated, "lines");
-    ASSERT_EQ(SetPrefixPath(std::string(5000, 'p').c_str()), 0u);
+    const std::string told = "[LOGBAK] [ERROR] log backup dump cmd sprintf failed, cmd<> ret<";
+    // The builder's failures have either sign; a refused name is one of those above 0.
+    for (const auto &[prefix, ret] : {std::pair{5000, "-1> errno<"}, std::pair{1024, "34> errno<"}}) {
+        WriteFile(kRotated, "lines");
+        ASSERT_EQ(SetPrefixPath(std::string(prefix, 'p').c_str()), 0u);
 
-    const std::string errors = Run();
+        const std::string errors = Run();
 
-    EXPECT_THAT(errors, HasSubstr("[LOGBAK] [ERROR] log backup dump cmd sprintf failed, cmd<> ret<-1> errno<"));
-    EXPECT_EQ(ReadFile(kName), "lines");
+        EXPECT_THAT(errors, HasSubstr(told + ret));
+        EXPECT_THAT(errors, ::testing::Not(HasSubstr("[INFO]")));
+        EXPECT_EQ(ReadFile(kName), "lines");
+    }
 }
