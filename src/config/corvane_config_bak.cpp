@@ -397,7 +397,7 @@ CORVANE_API FILE *GetNewBakConfigFile(void) noexcept
 
 CORVANE_API uint32_t IsConfigNeedBackUp(uint8_t *needed, uint32_t count, char **list, FILE *config) noexcept
 {
-    if (needed == nullptr || config == nullptr || (count != 0 && list == nullptr)) {
+    if (needed == nullptr) {
         return kFail;
     }
     *needed = 0;
@@ -405,6 +405,9 @@ CORVANE_API uint32_t IsConfigNeedBackUp(uint8_t *needed, uint32_t count, char **
         *needed = 1;
         CORVANE_LOG_CHECKED(CORVANE_LOG_DEBUG, "DISK_CONFIG", "no bak config found need to update");
         return kOk;
+    }
+    if (config == nullptr || list == nullptr) {
+        return kFail;
     }
     const FilePtr latest(GetLatestBakFile(count, list));
     if (latest == nullptr) {

@@ -362,12 +362,24 @@ TEST_F(IsConfigNeedBackUpTest, RefusesBadArguments)
     uint8_t needed = 7;
 
     EXPECT_EQ(IsConfigNeedBackUp(nullptr, 0, nullptr, config.get()), 1U);
-    EXPECT_EQ(IsConfigNeedBackUp(&needed, 0, nullptr, nullptr), 1U);
     EXPECT_EQ(IsConfigNeedBackUp(&needed, 1, nullptr, config.get()), 1U);
+    EXPECT_EQ(needed, 0);
+    needed = 7;
+    char name[] = "corvane_config_bak_x";
+    char *list[] = {name};
+    EXPECT_EQ(IsConfigNeedBackUp(&needed, 1, list, nullptr), 1U);
+    EXPECT_EQ(needed, 0);
     EXPECT_EQ(GetLatestBakFile(0, nullptr), nullptr);
     EXPECT_EQ(GetLatestBakFile(1, nullptr), nullptr);
+}
 
-    EXPECT_EQ(needed, 7);
+TEST_F(IsConfigNeedBackUpTest, WithoutCopiesNothingIsCompared)
+{
+    uint8_t needed = 7;
+
+    EXPECT_EQ(IsConfigNeedBackUp(&needed, 0, nullptr, nullptr), 0U);
+
+    EXPECT_EQ(needed, 1);
 }
 
 struct SameCase {
