@@ -66,35 +66,45 @@ void *ReleaseCell(void *cell) noexcept
     return nullptr;
 }
 
-uint32_t StartLocked() noexcept CORVANE_REQUIRES(g_syncToken)
+uint32_t NothingToCancel() noexcept
+{
+    CORVANE_LOG(CORVANE_LOG_ERROR, kDataMgrModule, "g_dmmSync2DmaSwitch is NULL!");
+    return DATA_MGR_RPC_ERR_FAIL;
+}
+
+/** Makes the cell of a new loop the present one, held by the pointer and for the thread. @return null if there is a
+ * loop. */
+SyncCell *OpenCellLocked() noexcept CORVANE_REQUIRES(g_syncToken)
 {
     if (g_dmmSync2DmaSwitch != nullptr && Switch(g_dmmSync2DmaSwitch).load() != 0) {
         CORVANE_LOG(CORVANE_LOG_ERROR, kDataMgrModule, "DmmSync2DmaScheduleTask thread already exist!");
-        return DATA_MGR_RPC_ERR_FAIL;
+        return nullptr;
     }
     InfraPtr<SyncCell> cell = InfraNew<SyncCell>();
     if (cell == nullptr) {
-        return DATA_MGR_RPC_ERR_FAIL;
+        return nullptr;
     }
     *cell = {.on = 1, .holders = 2};
     // The loop before may not have ended yet; it keeps its cell, which is off, and ends in its own time.
     ReleaseCell(g_dmmSync2DmaSwitch);
-    g_dmmSync2DmaSwitch = nullptr;
-    const CorvaneThreadParam param = {.priority = 0, .joinable = 0, .entryArg = &cell->on, .callbackArg = &cell->on};
-    if (g_corvaneInfra.threadCreate(DataMgrMasterSyncAll2AgentHandle, ReleaseCell, param) == 0) {
-        CORVANE_LOG(CORVANE_LOG_ERROR, kDataMgrModule, "DmmSync2DmaScheduleTask thread create failed!");
-        return DATA_MGR_RPC_ERR_FAIL;
+    g_dmmSync2DmaSwitch = &cell->on;
+    return cell.release();
+}
+
+/** For a loop that never began. */
+void CloseCellLocked(SyncCell *cell) noexcept CORVANE_REQUIRES(g_syncToken)
+{
+    if (g_dmmSync2DmaSwitch == &cell->on) {
+        g_dmmSync2DmaSwitch = nullptr;
+        ReleaseCell(cell);
     }
-    g_dmmSync2DmaSwitch = &cell.release()->on;
-    CORVANE_LOG(CORVANE_LOG_INFO, kDataMgrModule, "DmmSync2DmaScheduleTask start!");
-    return 0;
+    ReleaseCell(cell);
 }
 
 uint32_t CancelLocked() noexcept CORVANE_REQUIRES(g_syncToken)
 {
     if (g_dmmSync2DmaSwitch == nullptr) {
-        CORVANE_LOG(CORVANE_LOG_ERROR, kDataMgrModule, "g_dmmSync2DmaSwitch is NULL!");
-        return DATA_MGR_RPC_ERR_FAIL;
+        return NothingToCancel();
     }
     Switch(g_dmmSync2DmaSwitch).store(0);
     CORVANE_LOG(CORVANE_LOG_INFO, kDataMgrModule, "CancelDmmSync2DmaScheduleTask finish!");
@@ -232,15 +242,31 @@ uint32_t StartDmmSync2DmaScheduleTask(void) noexcept
     if (lock == nullptr) {
         return DATA_MGR_RPC_ERR_FAIL;
     }
-    const SpinGuard guard(lock, g_syncToken);
-    return StartLocked();
+    SyncCell *cell = nullptr;
+    {
+        const SpinGuard guard(lock, g_syncToken);
+        cell = OpenCellLocked();
+    }
+    if (cell == nullptr) {
+        return DATA_MGR_RPC_ERR_FAIL;
+    }
+    // Not under the lock: the loop may be cancelled before its creation has returned.
+    const CorvaneThreadParam param = {.priority = 0, .joinable = 0, .entryArg = &cell->on, .callbackArg = &cell->on};
+    if (g_corvaneInfra.threadCreate(DataMgrMasterSyncAll2AgentHandle, ReleaseCell, param) == 0) {
+        CORVANE_LOG(CORVANE_LOG_ERROR, kDataMgrModule, "DmmSync2DmaScheduleTask thread create failed!");
+        const SpinGuard guard(lock, g_syncToken);
+        CloseCellLocked(cell);
+        return DATA_MGR_RPC_ERR_FAIL;
+    }
+    CORVANE_LOG(CORVANE_LOG_INFO, kDataMgrModule, "DmmSync2DmaScheduleTask start!");
+    return 0;
 }
 
 uint32_t CancelDmmSync2DmaScheduleTask(void) noexcept
 {
     void *lock = SyncLock();
     if (lock == nullptr) {
-        return DATA_MGR_RPC_ERR_FAIL;
+        return NothingToCancel(); // nothing was started without it
     }
     const SpinGuard guard(lock, g_syncToken);
     return CancelLocked();

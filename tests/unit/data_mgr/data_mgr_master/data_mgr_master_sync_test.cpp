@@ -408,6 +408,61 @@ TEST_F(DmmSync2DmaScheduleTaskTest, KeepsNoSwitchWithoutAThread)
     EXPECT_TRUE(LoggedText("DmmSync2DmaScheduleTask thread create failed!"));
 }
 
+TEST_F(DmmSync2DmaScheduleTaskTest, TheLoopMayBeCancelledBeforeItsCreationHasReturned)
+{
+    g_onSleep = [] { EXPECT_EQ(CancelDmmSync2DmaScheduleTask(), 0u); };
+    g_corvaneInfra.threadCreate = [](CorvaneThreadFunc entry, CorvaneThreadFunc callback,
+                                     CorvaneThreadParam param) -> uint64_t {
+        if (g_noThread) {
+            return 0;
+        }
+        EXPECT_EQ(g_dmmSync2DmaSwitch, param.entryArg);
+        EXPECT_EQ(*g_dmmSync2DmaSwitch, 1u);
+        Finish({entry, callback, param});
+        return 1;
+    };
+
+    EXPECT_EQ(StartDmmSync2DmaScheduleTask(), 0u);
+
+    EXPECT_EQ(g_sleeps.size(), 1u);
+    EXPECT_EQ(*g_dmmSync2DmaSwitch, 0u);
+}
+
+TEST_F(DmmSync2DmaScheduleTaskTest, AFailedStartLeavesTheOneThatCameInBetween)
+{
+    (void)CancelDmmSync2DmaScheduleTask(); // makes the lock
+    CountMemory();
+    g_corvaneInfra.threadCreate = [](CorvaneThreadFunc, CorvaneThreadFunc, CorvaneThreadParam) -> uint64_t {
+        g_corvaneInfra.threadCreate = [](CorvaneThreadFunc entry, CorvaneThreadFunc callback,
+                                         CorvaneThreadParam param) -> uint64_t {
+            if (g_noThread) {
+                return 0;
+            }
+            g_threads.push_back({entry, callback, param});
+            return 1;
+        };
+        EXPECT_EQ(CancelDmmSync2DmaScheduleTask(), 0u);
+        EXPECT_EQ(StartDmmSync2DmaScheduleTask(), 0u);
+        return 0;
+    };
+
+    EXPECT_EQ(StartDmmSync2DmaScheduleTask(), kFail);
+
+    ASSERT_EQ(g_threads.size(), 1u);
+    EXPECT_EQ(g_dmmSync2DmaSwitch, g_threads[0].param.entryArg);
+    EXPECT_EQ(*g_dmmSync2DmaSwitch, 1u);
+    EXPECT_EQ(g_live, 1u);
+}
+
+TEST_F(DmmSync2DmaScheduleTaskTest, CancelSaysTheSameWithoutMemoryForItsLock)
+{
+    g_corvaneInfra.spinlockCreate = []() -> void * { return nullptr; };
+
+    EXPECT_EQ(CancelDmmSync2DmaScheduleTask(), kFail);
+
+    EXPECT_TRUE(LoggedText("g_dmmSync2DmaSwitch is NULL!"));
+}
+
 TEST_F(DmmSync2DmaScheduleTaskTest, FailsWithoutMemory)
 {
     (void)CancelDmmSync2DmaScheduleTask(); // makes the lock
