@@ -16,6 +16,8 @@ constexpr int kCycleMax = 7776000; // 90 days
 
 } // namespace
 
+DiskLifePredictionCmd::DiskLifePredictionCmd() = default;
+
 int DiskLifePredictionCmd::Exec(std::string param, std::string &output)
 {
     (void)ParseParam(param);

@@ -14,6 +14,7 @@ namespace CORVANE_CLI {
 
 class CORVANE_API DiskLifePredictionCmd : public BaseCommand {
 public:
+    DiskLifePredictionCmd();
     int Exec(std::string param, std::string &output) override;
 
     int SetDiskLifePredictionParam(std::string &output);

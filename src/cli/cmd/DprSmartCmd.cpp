@@ -23,6 +23,8 @@ constexpr int kCycleMax = 2592000; // 30 days
 
 } // namespace
 
+DprSmartCmd::DprSmartCmd() = default;
+
 int DprSmartCmd::Exec(std::string param, std::string &output)
 {
     (void)ParseParam(param);

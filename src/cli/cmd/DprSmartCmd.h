@@ -14,6 +14,7 @@ namespace CORVANE_CLI {
 
 class CORVANE_API DprSmartCmd : public BaseCommand {
 public:
+    DprSmartCmd();
     int Exec(std::string param, std::string &output) override;
 
     int SetDprSmartParam(std::string &output);

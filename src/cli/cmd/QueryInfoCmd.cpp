@@ -49,11 +49,11 @@ void PrintLine(std::ostream &out, int width, const char *label, const Value &val
 
 /** Memory for a record; a failure is logged. */
 template <typename Record>
-MallocPtr<Record> NewRecord()
+MallocPtr<Record> NewRecord(const char *caller)
 {
     MallocPtr<Record> record(static_cast<Record *>(g_osCalls.malloc(sizeof(Record))));
     if (record == nullptr) {
-        CLI_LOG_ERROR("malloc failed 0x%x.", static_cast<unsigned int>(CLI_COMMAND_EXEC_FAILED));
+        CLI_LOG_ERROR_FROM(caller, "malloc failed 0x%x.", static_cast<unsigned int>(CLI_COMMAND_EXEC_FAILED));
         return record;
     }
     std::memset(static_cast<void *>(record.get()), 0, sizeof(Record));
@@ -83,6 +83,8 @@ std::string SlotText(uint32_t slotId)
 }
 
 } // namespace
+
+QueryInfoCmd::QueryInfoCmd() = default;
 
 int QueryInfoCmd::Exec(std::string param, std::string &output)
 {
@@ -128,7 +130,7 @@ int QueryInfoCmd::Exec(std::string param, std::string &output)
 
 int QueryInfoCmd::ShowDiskBaseInfo(int diskId, std::string &out)
 {
-    const MallocPtr<DiskMgrObj> disk = NewRecord<DiskMgrObj>();
+    const MallocPtr<DiskMgrObj> disk = NewRecord<DiskMgrObj>(__func__);
     if (disk == nullptr) {
         return CLI_COMMAND_EXEC_FAILED;
     }
@@ -155,7 +157,7 @@ int QueryInfoCmd::ShowDiskBaseInfo(int diskId, std::string &out)
 
 int QueryInfoCmd::ShowDiskIoStatInfo(int diskId, std::string &out)
 {
-    const MallocPtr<DiskIoStatInfo> stat = NewRecord<DiskIoStatInfo>();
+    const MallocPtr<DiskIoStatInfo> stat = NewRecord<DiskIoStatInfo>(__func__);
     if (stat == nullptr) {
         return CLI_COMMAND_EXEC_FAILED;
     }
@@ -180,7 +182,7 @@ int QueryInfoCmd::ShowDiskIoStatInfo(int diskId, std::string &out)
 
 int QueryInfoCmd::ShowDiskHealthInfo(int diskId, std::string &out)
 {
-    const MallocPtr<DiskHealthInfo> health = NewRecord<DiskHealthInfo>();
+    const MallocPtr<DiskHealthInfo> health = NewRecord<DiskHealthInfo>(__func__);
     if (health == nullptr) {
         return CLI_COMMAND_EXEC_FAILED;
     }
@@ -197,7 +199,7 @@ int QueryInfoCmd::ShowDiskHealthInfo(int diskId, std::string &out)
 
 int QueryInfoCmd::ShowDiskDrmInfo(int diskId, std::string &out)
 {
-    const MallocPtr<DiskMgrObj> disk = NewRecord<DiskMgrObj>();
+    const MallocPtr<DiskMgrObj> disk = NewRecord<DiskMgrObj>(__func__);
     if (disk == nullptr) {
         return CLI_COMMAND_EXEC_FAILED;
     }
@@ -219,7 +221,7 @@ int QueryInfoCmd::ShowDiskDrmInfo(int diskId, std::string &out)
 
 int QueryInfoCmd::DrmInfoHealthInfo(int diskId, DiskMgrObj *base, std::stringstream &out)
 {
-    const MallocPtr<DiskDrmInfo> drm = NewRecord<DiskDrmInfo>();
+    const MallocPtr<DiskDrmInfo> drm = NewRecord<DiskDrmInfo>(__func__);
     if (drm == nullptr) {
         return CLI_COMMAND_EXEC_FAILED;
     }

@@ -16,6 +16,7 @@ namespace CORVANE_CLI {
 
 class CORVANE_API QueryInfoCmd : public BaseCommand {
 public:
+    QueryInfoCmd();
     int Exec(std::string param, std::string &output) override;
 
     /** @name Each prints one record of a disk. @return 0, the getter's result, or CLI_COMMAND_EXEC_FAILED. */

@@ -49,16 +49,17 @@ private:
 };
 
 /** Lists the online disks. @return false if that failed, or gave more than fit. */
-bool ListDisks(unsigned int *ids, const SerialNumbers &serialNumbers, unsigned int max, unsigned int &count)
+bool ListDisks(const char *caller, unsigned int *ids, const SerialNumbers &serialNumbers, unsigned int max,
+               unsigned int &count)
 {
     count = 0; // a disabled data manager writes nothing
     std::memset(ids, 0, max * sizeof(*ids));
     const uint32_t result = ListAllOnlineDisk(ids, serialNumbers.Refs(), max, &count);
     if (result != 0 || count > max) {
-        CLI_LOG_INFO("get online disk failed ret:%u, num:%u", result, count);
+        CLI_LOG_INFO_FROM(caller, "get online disk failed ret:%u, num:%u", result, count);
         return false;
     }
-    CLI_LOG_INFO("get online disk num %u", count);
+    CLI_LOG_INFO_FROM(caller, "get online disk num %u", count);
     return true;
 }
 
@@ -105,7 +106,7 @@ int SlowDiskCmd::GetAllOnlineDisk(unsigned int *ids, unsigned int max, unsigned 
         CLI_LOG_ERROR("malloc failed");
         return CLI_FAIL;
     }
-    return ListDisks(ids, serialNumbers, max, count) ? CLI_OK : CLI_FAIL;
+    return ListDisks(__func__, ids, serialNumbers, max, count) ? CLI_OK : CLI_FAIL;
 }
 
 int SlowDiskCmd::ShowSlowDiskCmd(std::string &out)
@@ -145,7 +146,7 @@ int SlowDiskCmd::ShowSummaryCmd(std::string &out)
         return CLI_COMMAND_EXEC_FAILED;
     }
     unsigned int count = 0;
-    if (!ListDisks(ids.data(), serialNumbers, kTableDisksMax, count)) {
+    if (!ListDisks(__func__, ids.data(), serialNumbers, kTableDisksMax, count)) {
         return CLI_COMMAND_EXEC_FAILED;
     }
     std::stringstream text;

@@ -156,14 +156,20 @@ consteval std::array<char, N> CliFileStem(const char (&path)[N])
     return stem;
 }
 
-#define CLI_LOG_TO(logger, level, value, ...)                                                                          \
+#define CLI_LOG_FROM(logger, function, level, value, ...)                                                              \
     do {                                                                                                               \
         static constexpr auto stem_ = CliFileStem(__FILE__);                                                           \
-        (logger).Log((level), __LINE__, (value), "CLI_LOG", stem_.data(), __func__, __VA_ARGS__);                      \
+        (logger).Log((level), __LINE__, (value), "CLI_LOG", stem_.data(), (function), __VA_ARGS__);                    \
     } while (false)
+#define CLI_LOG_TO(logger, level, value, ...) CLI_LOG_FROM(logger, __func__, level, value, __VA_ARGS__)
 #define CLI_LOG_DEBUG(...) CLI_LOG_TO(g_objLogger, CLI_LOG_LEVEL_DEBUG, 0, __VA_ARGS__)
 #define CLI_LOG_INFO(...) CLI_LOG_TO(g_objLogger, CLI_LOG_LEVEL_INFO, 1, __VA_ARGS__)
 #define CLI_LOG_WARN(...) CLI_LOG_TO(g_objLogger, CLI_LOG_LEVEL_WARN, 1, __VA_ARGS__)
 #define CLI_LOG_ERROR(...) CLI_LOG_TO(g_objLogger, CLI_LOG_LEVEL_ERROR, 1, __VA_ARGS__)
+/** @name For helpers: an operator reads the name of the operation that they serve. */
+/** @{ */
+#define CLI_LOG_INFO_FROM(function, ...) CLI_LOG_FROM(g_objLogger, function, CLI_LOG_LEVEL_INFO, 1, __VA_ARGS__)
+#define CLI_LOG_ERROR_FROM(function, ...) CLI_LOG_FROM(g_objLogger, function, CLI_LOG_LEVEL_ERROR, 1, __VA_ARGS__)
+/** @} */
 
 #endif

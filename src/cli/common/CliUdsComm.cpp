@@ -89,6 +89,9 @@ void InnerInitCliMsg(CliMsg &msg)
     msg.zero36 = 0;
 }
 
+CliUdsComm::CliUdsComm() = default;
+CliUdsComm::~CliUdsComm() = default;
+
 int CliUdsComm::SendString(const std::string &text, int sockFd, int srvId, const std::string &actionName)
 {
     const size_t length = text.size() + CLI_MSG_HEAD_LEN + 1;

@@ -61,6 +61,9 @@ static_assert(offsetof(CliDataHead, actionName) == 40 && offsetof(CliDataHead, d
 
 class CORVANE_API CliUdsComm {
 public:
+    CliUdsComm();
+    ~CliUdsComm();
+
     /** @brief Send a text. @return 0, -1, CLI_SEND_DATA_EXCEED, CLI_SOCKET_CLOSED_ERROR. */
     int SendString(const std::string &text, int sockFd, int srvId, const std::string &actionName);
     /** @brief Receive a text. @see RecvPacket */

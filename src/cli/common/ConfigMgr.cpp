@@ -61,7 +61,10 @@ int SetTyped(const std::vector<mxml_node_t *> &nodes, const char *type, const ch
     mxml_node_t *node = nodes.front();
     mxmlElementSetAttr(node, kTypeAttribute, type);
     mxml_node_t *child = mxmlGetFirstChild(node);
-    if (child != nullptr && mxmlGetType(child) == MXML_OPAQUE) {
+    while (child != nullptr && mxmlGetType(child) != MXML_OPAQUE) {
+        child = mxmlGetNextSibling(child);
+    }
+    if (child != nullptr) {
         (void)mxmlSetOpaque(child, text);
     } else {
         (void)mxmlNewOpaque(node, text);
@@ -97,6 +100,8 @@ int WriteAndClose(std::FILE *file, const std::string &text)
 }
 
 } // namespace
+
+ConfigNode::ConfigNode() = default;
 
 ConfigNode::ConfigNode(mxml_node_t *node)
 {
@@ -234,6 +239,8 @@ ConfigNode ConfigNode::Create(const std::string &name)
 {
     return m_nodes.empty() ? ConfigNode() : ConfigNode(mxmlNewElement(m_nodes.front(), name.c_str()));
 }
+
+ConfigMgr::ConfigMgr() = default;
 
 ConfigMgr::~ConfigMgr()
 {

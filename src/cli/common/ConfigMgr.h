@@ -18,7 +18,7 @@ namespace CORVANE_CLI {
 /** A list of nodes. An empty one is valid: every get gives the empty result, every set does nothing. */
 class CORVANE_API ConfigNode {
 public:
-    ConfigNode() = default;
+    ConfigNode();
     explicit ConfigNode(mxml_node_t *node);
     explicit ConfigNode(std::vector<mxml_node_t *> nodes);
 
@@ -59,7 +59,7 @@ private:
 
 class CORVANE_API ConfigMgr {
 public:
-    ConfigMgr() = default;
+    ConfigMgr();
     ~ConfigMgr();
     ConfigMgr(const ConfigMgr &) = delete;
     ConfigMgr &operator=(const ConfigMgr &) = delete;

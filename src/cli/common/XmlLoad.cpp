@@ -1,7 +1,9 @@
 #include "cli/common/XmlLoad.h"
 
+#include <array>
 #include <cstring>
 #include <memory>
+#include <string>
 #include <string_view>
 
 namespace CORVANE_CLI {
@@ -55,9 +57,7 @@ mxml_node_t *LoadBelowHolder(Load load)
     return root;
 }
 
-} // namespace
-
-mxml_node_t *LoadXmlText(const char *text)
+mxml_node_t *LoadBelowHolder(const char *text)
 {
     if (std::strpbrk(text, kWideMarks) != nullptr) {
         return nullptr;
@@ -65,9 +65,56 @@ mxml_node_t *LoadXmlText(const char *text)
     return LoadBelowHolder([text](mxml_node_t *holder) { return mxmlLoadString(holder, text, MXML_OPAQUE_CALLBACK); });
 }
 
+/**
+ * Loads a text whose root is not closed. The library takes that for whole, without the text at its end, if there is
+ * nothing above the root; below the holder it does not, so it is given the missing tag.
+ */
+mxml_node_t *LoadUnclosed(std::string_view text)
+{
+    const std::string_view name = text.substr(0, text.find_first_of(" \t\r\n/>"));
+    if (name.size() < 2 || name.front() != '<' || IsDeclaration(name.substr(1))) {
+        return nullptr;
+    }
+    std::string closed(text);
+    closed.append("</").append(name.substr(1)).append(">");
+    mxml_node_t *root = LoadBelowHolder(closed.c_str());
+    if (root == nullptr || text.ends_with('>')) {
+        return root;
+    }
+    if (mxml_node_t *last = mxmlGetLastChild(root); last != nullptr && mxmlGetType(last) == MXML_OPAQUE) {
+        mxmlDelete(last);
+    }
+    return root;
+}
+
+/** @return all that is left of the file. */
+std::string Rest(std::FILE *file)
+{
+    std::string text;
+    std::array<char, 4096> piece{};
+    while (const size_t length = std::fread(piece.data(), 1, piece.size(), file)) {
+        text.append(piece.data(), length);
+    }
+    return text;
+}
+
+} // namespace
+
+mxml_node_t *LoadXmlText(const char *text)
+{
+    mxml_node_t *root = LoadBelowHolder(text);
+    return root != nullptr ? root : LoadUnclosed(text);
+}
+
 mxml_node_t *LoadXmlFile(std::FILE *file)
 {
-    return LoadBelowHolder([file](mxml_node_t *holder) { return mxmlLoadFile(holder, file, MXML_OPAQUE_CALLBACK); });
+    mxml_node_t *root =
+        LoadBelowHolder([file](mxml_node_t *holder) { return mxmlLoadFile(holder, file, MXML_OPAQUE_CALLBACK); });
+    if (root != nullptr) {
+        return root;
+    }
+    std::rewind(file);
+    return LoadUnclosed(Rest(file));
 }
 
 } // namespace CORVANE_CLI

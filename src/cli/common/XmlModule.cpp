@@ -66,6 +66,9 @@ MallocPtr<char> Save(mxml_node_t *node, size_t size)
 
 } // namespace
 
+XmlModule::XmlModule() = default;
+XmlModule::~XmlModule() = default;
+
 std::string XmlModule::CliCMDtoXml(const std::string &cmd, const std::string &param)
 {
     if (cmd.empty() || param.empty() || cmd.size() > CMD_LEN_MAX || param.size() > PARAM_LEN_MAX) {

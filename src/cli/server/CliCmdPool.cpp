@@ -28,6 +28,8 @@ int RunCommand(BaseCommand &command, std::string &output)
 
 } // namespace
 
+template class UnlimitedQueue<BaseCommand>; // for hosts that look its operations up by name
+
 thread_local int clientId = -1;
 
 int CliSendAnswer(int clientFd, std::string &msg, int errorCode, const std::string &actionName)

@@ -19,6 +19,7 @@
 #include "cli/server/CliCmdHandler.h"
 #include "config/corvane_prefix_path.h"
 #include "infrastructure/common/bounded_text.h"
+#include "infrastructure/common/corvane_raii.h"
 #include "infrastructure/common/os_calls.h"
 
 namespace CORVANE_CLI {
@@ -71,6 +72,8 @@ bool RefusesActionMismatch()
 
 } // namespace
 
+CliUdsServer::CliUdsServer() = default;
+
 CliUdsServer &CliUdsServer::GetInstance()
 {
     // Never destroyed: its threads may run until the process ends.
@@ -84,16 +87,36 @@ int CliUdsServer::InitCliServer()
     CLI_LOG_INFO("Init server log success.");
     CLI_LOG_TO(g_objLoggerOpt, CLI_LOG_LEVEL_INFO, 1, "Init server log success.");
 
-    const int fd = g_osCalls.socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (fd < 0) {
+    UniqueFd fd(g_osCalls.socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    if (fd.Get() < 0) {
         CLI_LOG_ERROR("Init accept socket failed.");
         return CLI_FAIL;
     }
-    if (Listen(fd) != CLI_OK) {
-        (void)close(fd);
+    std::array<char, kPathSize> path{};
+    if (!SocketPath(path)) {
+        CLI_LOG_ERROR("Connect server fail due to concatenate config prefix error.");
         return CLI_FAIL;
     }
-    m_listenFd = fd;
+    (void)g_osCalls.unlink(path.data()); // left by an earlier run
+    struct sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    if (strcpy_s(address.sun_path, kSocketPathSize, path.data()) != 0) {
+        CLI_LOG_ERROR("strcpy failed.");
+        return CLI_FAIL;
+    }
+    if (bind(fd.Get(), reinterpret_cast<const struct sockaddr *>(&address), sizeof(address)) != 0) {
+        CLI_LOG_ERROR("Bind socket failed.");
+        return CLI_FAIL;
+    }
+    if (listen(fd.Get(), kBacklog) != 0) {
+        CLI_LOG_ERROR("Listen socket failed.");
+        return CLI_FAIL;
+    }
+    if (g_osCalls.chmod(path.data(), kSocketMode) != 0) {
+        CLI_LOG_ERROR("Chmod %s failed.", path.data());
+        return CLI_FAIL;
+    }
+    m_listenFd = fd.Release();
     if (!StartThreads() || CliCmdHandler::GetInstance().Initialize() != CLI_OK) {
         CLI_LOG_ERROR("Init server failed.");
         CloseSocket(m_listenFd.exchange(-1));
@@ -114,35 +137,6 @@ bool CliUdsServer::StartThreads()
         return false;
     }
     return true;
-}
-
-int CliUdsServer::Listen(int fd)
-{
-    std::array<char, kPathSize> path{};
-    if (!SocketPath(path)) {
-        CLI_LOG_ERROR("Connect server fail due to concatenate config prefix error.");
-        return CLI_FAIL;
-    }
-    (void)g_osCalls.unlink(path.data()); // left by an earlier run
-    struct sockaddr_un address = {};
-    address.sun_family = AF_UNIX;
-    if (strcpy_s(address.sun_path, kSocketPathSize, path.data()) != 0) {
-        CLI_LOG_ERROR("strcpy failed.");
-        return CLI_FAIL;
-    }
-    if (bind(fd, reinterpret_cast<const struct sockaddr *>(&address), sizeof(address)) != 0) {
-        CLI_LOG_ERROR("Bind socket failed.");
-        return CLI_FAIL;
-    }
-    if (listen(fd, kBacklog) != 0) {
-        CLI_LOG_ERROR("Listen socket failed.");
-        return CLI_FAIL;
-    }
-    if (g_osCalls.chmod(path.data(), kSocketMode) != 0) {
-        CLI_LOG_ERROR("Chmod %s failed.", path.data());
-        return CLI_FAIL;
-    }
-    return CLI_OK;
 }
 
 void CliUdsServer::Run()

@@ -39,7 +39,7 @@ namespace CORVANE_CLI {
 
 class CORVANE_API CliUdsServer {
 public:
-    CliUdsServer() = default;
+    CliUdsServer();
     CliUdsServer(const CliUdsServer &) = delete;
     CliUdsServer &operator=(const CliUdsServer &) = delete;
 
@@ -64,8 +64,6 @@ public:
     int RecvMsg(std::string &text, int sockFd, std::string &userName, std::string &actionName);
 
 private:
-    /** @brief Bind and listen. */
-    int Listen(int fd);
     /** @return whether both threads run. */
     bool StartThreads();
     /** @brief InnerRecvTask() of which no exception leaves. */

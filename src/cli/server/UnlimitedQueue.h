@@ -11,11 +11,12 @@
 #include <utility>
 
 #include "cli/server/Semaphore.h"
+#include "infrastructure/common/corvane_export.h"
 
 namespace CORVANE_CLI {
 
 template <typename T>
-class UnlimitedQueue {
+class CORVANE_API UnlimitedQueue {
 public:
     void Put(std::shared_ptr<T> item)
     {

@@ -175,7 +175,7 @@ TEST_F(QueryInfoCmdTest, FailsWithoutMemory)
 
         const std::vector<std::string> log = CliLog();
         ASSERT_EQ(log.size(), 2u) << row.function;
-        EXPECT_NE(log[0].find("malloc failed 0x4003690c."), std::string::npos) << log[0];
+        EXPECT_EQ(log[0], ErrorLine(row.function, "malloc failed 0x4003690c."));
         EXPECT_EQ(log[1], ErrorLine("Exec", "CLI_COMMAND_EXEC_FAILED 0x4003690c."));
     }
 }

@@ -69,7 +69,7 @@ TEST_F(ShowSlowDiskCmdTest, PrintsAnEmptyTableWithoutDisks)
 
     EXPECT_EQ(Show("slowdisk"), (Answer{0, kSlowHead + kRule, "show"}));
 
-    EXPECT_THAT(CliLog(), ElementsAre(SourceLine("INFO", "ListDisks", "get online disk num 0"),
+    EXPECT_THAT(CliLog(), ElementsAre(SourceLine("INFO", "GetAllOnlineDisk", "get online disk num 0"),
                                       SourceLine("INFO", "ShowSlowDiskCmd", "show result: successfully")));
 }
 
@@ -129,7 +129,7 @@ TEST_F(ShowSlowDiskCmdTest, Prints64Disks)
     }
 
     EXPECT_EQ(Show("slowdisk"), (Answer{0, kSlowHead + rows + kRule, "show"}));
-    EXPECT_THAT(CliLog(), ::testing::Contains(SourceLine("INFO", "ListDisks", "get online disk num 64")));
+    EXPECT_THAT(CliLog(), ::testing::Contains(SourceLine("INFO", "GetAllOnlineDisk", "get online disk num 64")));
 }
 
 TEST_F(ShowSlowDiskCmdTest, HandsOutWhatItGatheredBeforeAFailure)
@@ -151,7 +151,7 @@ TEST_F(ShowSlowDiskCmdTest, HandsOutWhatItGatheredBeforeAFailure)
               (Answer{CLI_COMMAND_EXEC_FAILED,
                       kSlowHead + "SERIAL-000                                0     Slow      \n" + kRule, "show"}));
 
-    EXPECT_THAT(CliLog(), ElementsAre(SourceLine("INFO", "ListDisks", "get online disk num 3"),
+    EXPECT_THAT(CliLog(), ElementsAre(SourceLine("INFO", "GetAllOnlineDisk", "get online disk num 3"),
                                       SourceLine("ERROR", "ShowSlowDiskCmd", "get diskInfo failed: 1"),
                                       SourceLine("INFO", "ShowSlowDiskCmd", "show result: failed")));
 }
@@ -161,8 +161,9 @@ TEST_F(SlowDiskCmdTest, FailsWithoutAStore)
     for (const char *name : {"slowdisk", "summary"}) {
         EXPECT_EQ(Show(name), (Answer{CLI_COMMAND_EXEC_FAILED, "", "show"})) << name;
     }
-    const std::string line = SourceLine("INFO", "ListDisks", "get online disk failed ret:4294967295, num:0");
-    EXPECT_THAT(CliLog(), ElementsAre(line, line));
+    const std::string text = "get online disk failed ret:4294967295, num:0";
+    EXPECT_THAT(CliLog(),
+                ElementsAre(SourceLine("INFO", "GetAllOnlineDisk", text), SourceLine("INFO", "ShowSummaryCmd", text)));
 }
 
 TEST_F(SlowDiskCmdTest, FailsWithMoreDisksThanATableTakes)
@@ -172,8 +173,9 @@ TEST_F(SlowDiskCmdTest, FailsWithMoreDisksThanATableTakes)
     for (const char *name : {"slowdisk", "summary"}) {
         EXPECT_EQ(Show(name), (Answer{CLI_COMMAND_EXEC_FAILED, "", "show"})) << name;
     }
-    const std::string line = SourceLine("INFO", "ListDisks", "get online disk failed ret:0, num:65");
-    EXPECT_THAT(CliLog(), ElementsAre(line, line));
+    const std::string text = "get online disk failed ret:0, num:65";
+    EXPECT_THAT(CliLog(),
+                ElementsAre(SourceLine("INFO", "GetAllOnlineDisk", text), SourceLine("INFO", "ShowSummaryCmd", text)));
 }
 
 TEST_F(SlowDiskCmdTest, FailsWhenTheListFails)
@@ -184,8 +186,9 @@ TEST_F(SlowDiskCmdTest, FailsWhenTheListFails)
     for (const char *name : {"slowdisk", "summary"}) {
         EXPECT_EQ(Show(name), (Answer{CLI_COMMAND_EXEC_FAILED, "", "show"})) << name;
     }
-    const std::string line = SourceLine("INFO", "ListDisks", "get online disk failed ret:7, num:1");
-    EXPECT_THAT(CliLog(), ElementsAre(line, line));
+    const std::string text = "get online disk failed ret:7, num:1";
+    EXPECT_THAT(CliLog(),
+                ElementsAre(SourceLine("INFO", "GetAllOnlineDisk", text), SourceLine("INFO", "ShowSummaryCmd", text)));
 }
 
 TEST_F(SlowDiskCmdTest, PrintsEmptyTablesWhileTheStoreIsDisabled)
@@ -220,7 +223,7 @@ TEST_F(ShowSummaryCmdTest, PrintsAnEmptyTableWithoutDisks)
 
     EXPECT_EQ(Show("summary"), (Answer{0, kSummaryHead + kRule, "show"}));
 
-    EXPECT_THAT(CliLog(), ElementsAre(SourceLine("INFO", "ListDisks", "get online disk num 0")));
+    EXPECT_THAT(CliLog(), ElementsAre(SourceLine("INFO", "ShowSummaryCmd", "get online disk num 0")));
 }
 
 TEST_F(ShowSummaryCmdTest, PrintsOneDisk)
@@ -254,7 +257,7 @@ TEST_F(ShowSummaryCmdTest, Prints64Disks)
     StartStore();
 
     EXPECT_EQ(Show("summary"), (Answer{0, kSummaryHead + rows + kRule, "show"}));
-    EXPECT_THAT(CliLog(), ElementsAre(SourceLine("INFO", "ListDisks", "get online disk num 64")));
+    EXPECT_THAT(CliLog(), ElementsAre(SourceLine("INFO", "ShowSummaryCmd", "get online disk num 64")));
 }
 
 TEST_F(ShowSummaryCmdTest, PrintsIdentifiersAbove63)

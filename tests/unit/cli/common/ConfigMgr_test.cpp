@@ -313,6 +313,19 @@ TEST_F(ConfigNodeTest, SetsTypedValues)
     EXPECT_EQ(flag.GetString(), "false");
 }
 
+TEST_F(ConfigNodeTest, ChangesATextBehindAnElement)
+{
+    WriteFile(path_, "<r><a><b/>old</a></r>");
+    ConfigMgr config;
+    ASSERT_EQ(config.ReadConfig(path_), 0);
+
+    EXPECT_EQ(config.GetConfig().Get("a").SetString("new"), 0);
+
+    ASSERT_EQ(config.SaveConfigDirect(path_), 0);
+    EXPECT_THAT(ReadFile(path_), ::testing::HasSubstr("<b />new</a>"));
+    EXPECT_THAT(ReadFile(path_), ::testing::Not(::testing::HasSubstr("old")));
+}
+
 TEST_F(ConfigNodeTest, ChangesTheTextThatIsThere)
 {
     const ConfigNode disk = FirstDisk();

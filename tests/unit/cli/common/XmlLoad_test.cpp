@@ -64,7 +64,18 @@ TEST(LoadXmlTextTest, GivesTheRoot)
 TEST(LoadXmlTextTest, GivesNothingForWhatDoesNotParse)
 {
     for (const char *text : {"", "text", " <a/>", "x<a/>", "<a><b></a>", "</a>", "<a></a></a>", "<a x='1' &></a>",
-                             "<a b", "<a b='1", "<a><b/>", "&lt;"}) {
+                             "<a b", "<a b='1", "<a><b>", "&lt;"}) {
+        EXPECT_EQ(Loaded(text), "nothing") << text;
+    }
+}
+
+TEST(LoadXmlTextTest, ARootNeedNotBeClosed)
+{
+    EXPECT_EQ(Loaded("<a>"), "a()");
+    EXPECT_EQ(Loaded("<a x=\"y\"><b>1</b>\n"), "a(b('1'))");
+    EXPECT_EQ(Loaded("<a>1<b/>"), "a('1'b())");
+    for (const char *text : {"<?xml version=\"1.0\"?><a>", "<!DOCTYPE x><a><b/>", "x<a>", " <a>", "<a><!-- x", "<a>1<",
+                             "<a b", "<a b='1", "<a><b/></", "<a>&bad;", "<a><![CDATA[x", "<a/><b>"}) {
         EXPECT_EQ(Loaded(text), "nothing") << text;
     }
 }
@@ -106,6 +117,8 @@ TEST_F(LoadXmlFileTest, LoadsTheSame)
 {
     EXPECT_EQ(Loaded("<?xml version=\"1.0\"?>\n<a>1</a>\n"), "?xml version=\"1.0\"?('\n'a('1'))");
     EXPECT_EQ(Loaded("<a>1</a>\n"), "a('1')");
+    EXPECT_EQ(Loaded("<a><b>1</b>"), "a(b('1'))");
+    EXPECT_EQ(Loaded("<a><b>"), "nothing");
     EXPECT_EQ(Loaded("<a/><b/>"), "nothing");
     EXPECT_EQ(Loaded(""), "nothing");
 }

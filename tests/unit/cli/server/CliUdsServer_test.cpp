@@ -131,7 +131,7 @@ TEST_F(InitCliServerTest, RefusesASocketPathOf107Characters)
 
     EXPECT_EQ(NewServer().InitCliServer(), -1);
 
-    EXPECT_THAT(CliLog(), Contains(ServerLine("ERROR", "Listen", "strcpy failed.")));
+    EXPECT_THAT(CliLog(), Contains(ServerLine("ERROR", "InitCliServer", "strcpy failed.")));
     EXPECT_EQ(access((prefix + "/config/CLI_UDS.unix").c_str(), F_OK), -1) << "what lay there is gone before";
     EXPECT_EQ(DescriptorCount(), descriptors);
 }
@@ -143,8 +143,8 @@ TEST_F(InitCliServerTest, RefusesAPrefixThatDoesNotFit)
 
     EXPECT_EQ(NewServer().InitCliServer(), -1);
 
-    EXPECT_THAT(CliLog(),
-                Contains(ServerLine("ERROR", "Listen", "Connect server fail due to concatenate config prefix error.")));
+    EXPECT_THAT(CliLog(), Contains(ServerLine("ERROR", "InitCliServer",
+                                              "Connect server fail due to concatenate config prefix error.")));
     EXPECT_EQ(DescriptorCount(), descriptors);
 }
 
@@ -168,7 +168,7 @@ TEST_F(InitCliServerTest, FailsWithoutAPlaceForTheSocket)
 
     EXPECT_EQ(NewServer().InitCliServer(), -1);
 
-    EXPECT_THAT(CliLog(), Contains(ServerLine("ERROR", "Listen", "Bind socket failed.")));
+    EXPECT_THAT(CliLog(), Contains(ServerLine("ERROR", "InitCliServer", "Bind socket failed.")));
     EXPECT_EQ(DescriptorCount(), descriptors);
 }
 
@@ -179,7 +179,7 @@ TEST_F(InitCliServerTest, FailsWithASocketThatDoesNotListen)
 
     EXPECT_EQ(NewServer().InitCliServer(), -1);
 
-    EXPECT_THAT(CliLog(), Contains(ServerLine("ERROR", "Listen", "Listen socket failed.")));
+    EXPECT_THAT(CliLog(), Contains(ServerLine("ERROR", "InitCliServer", "Listen socket failed.")));
     EXPECT_EQ(DescriptorCount(), descriptors);
 }
 
@@ -195,7 +195,7 @@ TEST_F(InitCliServerTest, FailsWithoutTheSocketsMode)
 
     EXPECT_EQ(NewServer().InitCliServer(), -1);
 
-    EXPECT_THAT(CliLog(), Contains(ServerLine("ERROR", "Listen", "Chmod " + SocketPath() + " failed.")));
+    EXPECT_THAT(CliLog(), Contains(ServerLine("ERROR", "InitCliServer", "Chmod " + SocketPath() + " failed.")));
     EXPECT_EQ(DescriptorCount(), descriptors);
 }
 
