@@ -16,6 +16,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "cli/common/CLogger.h"
 #include "cli/server/CliUdsServer.h"
 #include "config/corvane_prefix_path.h"
 #include "exit_codes.h"
@@ -185,6 +186,8 @@ int Run(const Options &options)
         return Fail(EXIT_CODE_START_FAILED, problem);
     }
 
+    // An answer is some KiB, and a live table asks for many of them every few seconds.
+    g_iLogLevel = options.verbose ? CLI_LOG_LEVEL_DEBUG : CLI_LOG_LEVEL_INFO;
     g_cliRefuseActionMismatch = options.allowActionMismatch ? 0 : 1;
 
     // Host libraries install handlers of their own; the ones of this program are put back.

@@ -6,7 +6,7 @@
 #include <string_view>
 
 const char *const kHelpText = R"(Usage: corvaned [--prefix DIR] [--status-interval SECONDS [--status-format text|json]]
-                [--allow-action-mismatch]
+                [--allow-action-mismatch] [--verbose]
 
 Watches the health of this node's disks: reads them through the collection agents, keeps a registry of
 disks by serial number and live records of their health and I/O, and answers corvanectl. Runs in the
@@ -19,6 +19,7 @@ foreground until SIGTERM or SIGINT.
   -f, --status-format FORMAT     "text" prints a table, "json" one JSON object a line (default: text)
       --allow-action-mismatch    run a management request whose action differs from the one that its sender
                                  was found to have the right for (default: refuse it)
+  -v, --verbose                  write each management request and its answer to cli.log as well
   -h, --help                     print this text and exit
   -V, --version                  print the version and exit
 
@@ -47,13 +48,14 @@ bool ParseOptions(int argc, char **argv, Options &options, std::string &error)
         {"status-interval", required_argument, nullptr, 's'},
         {"status-format", required_argument, nullptr, 'f'},
         {"allow-action-mismatch", no_argument, nullptr, allowActionMismatch},
+        {"verbose", no_argument, nullptr, 'v'},
         {"help", no_argument, nullptr, 'h'},
         {"version", no_argument, nullptr, 'V'},
         {nullptr, 0, nullptr, 0},
     };
     opterr = 0;
     int letter = 0;
-    while ((letter = getopt_long(argc, argv, ":p:s:f:hV", longOptions, nullptr)) != -1) {
+    while ((letter = getopt_long(argc, argv, ":p:s:f:vhV", longOptions, nullptr)) != -1) {
         switch (letter) {
         case 'p':
             if (*optarg == '\0') {
@@ -78,6 +80,9 @@ bool ParseOptions(int argc, char **argv, Options &options, std::string &error)
             break;
         case allowActionMismatch:
             options.allowActionMismatch = true;
+            break;
+        case 'v':
+            options.verbose = true;
             break;
         case 'h':
             options.action = Options::Action::HELP;

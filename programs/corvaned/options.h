@@ -16,6 +16,7 @@ struct Options {
     std::string prefix;          /**< empty: from the program's own path */
     uint32_t statusInterval = 0; /**< seconds between two status tables; 0: none */
     Format statusFormat = Format::TEXT;
+    bool verbose = false;             /**< the management log with its debug lines */
     bool allowActionMismatch = false; /**< run a request whose action is not the one that was authorised */
 };
 

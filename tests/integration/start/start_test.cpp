@@ -370,11 +370,37 @@ TEST_F(CorvanedTest, ExplainsItself)
     EXPECT_EQ(corvaned.WaitForExit(), 0);
 
     for (const char *option : {"--prefix DIR", "--status-interval SECONDS", "--status-format FORMAT",
-                               "--allow-action-mismatch", "--help", "--version"}) {
+                               "--allow-action-mismatch", "--verbose", "--help", "--version"}) {
         EXPECT_THAT(corvaned.Output(), HasSubstr(option));
     }
     EXPECT_EQ(corvaned.Errors(), "");
 }
+
+class ManagementLogTest : public StartTest, public ::testing::WithParamInterface<bool> {};
+
+TEST_P(ManagementLogTest, HoldsAnswersOnlyIfAskedTo)
+{
+    const std::filesystem::path folder = "/var/log/corvane_super"; // root's
+    std::filesystem::create_directories(folder);
+    const NotifySocket manager;
+    ChildProcess corvaned(Corvaned(GetParam() ? std::vector<std::string>{"--verbose"} : std::vector<std::string>{}),
+                          {manager.Environment()});
+    ASSERT_THAT(manager.Receive(), HasSubstr("READY=1"));
+
+    ChildProcess client({CORVANECTL_PATH, "--prefix", kPrefix, "show", "summary"});
+    EXPECT_EQ(client.WaitForExit(), 0) << client.Errors();
+    corvaned.Signal(SIGTERM);
+    EXPECT_EQ(corvaned.WaitForExit(), 0);
+
+    const std::string log = ReadFile(folder / "cli_log/cli.log");
+    EXPECT_THAT(log, HasSubstr("[INFO][CLI_LOG][CliCmdHandler,"));
+    EXPECT_THAT(log, HasSubstr("Start exec cmd:summary.\n"));
+    EXPECT_EQ(log.find("[DEBUG]") != std::string::npos, GetParam());
+    EXPECT_EQ(log.find("SummaryInfo:") != std::string::npos, GetParam());
+    std::filesystem::remove_all(folder);
+}
+
+INSTANTIATE_TEST_SUITE_P(Verbose, ManagementLogTest, ::testing::Bool());
 
 TEST_F(CorvanedTest, TellsItsVersion)
 {
