@@ -35,8 +35,15 @@ const std::string kTools = "/tmp/tools";
 /** What a start would load: the write-ahead copy if it is whole, else the file. */
 CJsonPtr LoadAsAStartDoes(const std::string &path)
 {
-    CJsonPtr tree(cJSON_Parse(ReadText(path + ".wal").c_str()));
-    return tree != nullptr ? std::move(tree) : CJsonPtr(cJSON_Parse(ReadText(path).c_str()));
+    CJsonPtr tree;
+    // A service that runs may begin a save between the two looks; then the copy is there at the next.
+    for (int look = 0; look < 10 && tree == nullptr; look++) {
+        tree.reset(cJSON_Parse(ReadText(path + ".wal").c_str()));
+        if (tree == nullptr) {
+            tree.reset(cJSON_Parse(ReadText(path).c_str()));
+        }
+    }
+    return tree;
 }
 
 /** Identifiers by serial number. Fails unless every entry is whole and no identifier or serial number comes twice. */
