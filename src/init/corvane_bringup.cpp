@@ -6,7 +6,6 @@
 #include "data_collect/data_collect_master/dcm_transport.h"
 #include "infrastructure/common/corvane_log.h"
 #include "infrastructure/common/corvane_raii.h"
-#include "infrastructure/common/os_calls.h"
 #include "ma/drm/feature/disk_life_monitor/drm_disk_life_monitor.h"
 #include "ma/drm/feature/disk_prefail_routine/drm_disk_prefail_routine.h"
 #include "ma/drm/feature/slow_disk_detecter/slow_disk_detecter.h"
@@ -44,17 +43,6 @@ public:
 private:
     bool kept_ = false;
 };
-
-/** A zeroed record for a feature, or null. */
-template <typename Record>
-MallocPtr<Record> NewRecord() noexcept
-{
-    void *memory = g_osCalls.malloc(sizeof(Record));
-    if (memory != nullptr) {
-        std::memset(memory, 0, sizeof(Record));
-    }
-    return MallocPtr<Record>(static_cast<Record *>(memory));
-}
 
 void CancelSpdkAgent() noexcept
 {
@@ -189,7 +177,7 @@ CORVANE_API uint32_t DrmSetSwitch(uint8_t) noexcept
 
 CORVANE_API void SetSlowDiskDetectConfig(void) noexcept
 {
-    const MallocPtr<ClassicalSlowDiskDetectV2Config> record = NewRecord<ClassicalSlowDiskDetectV2Config>();
+    const MallocPtr<ClassicalSlowDiskDetectV2Config> record = MallocNew<ClassicalSlowDiskDetectV2Config>();
     if (record == nullptr) {
         CORVANE_LOG_CHECKED(CORVANE_LOG_ERROR, "INIT", "StartSlowDiskDetect malloc memory failed");
         return;
@@ -216,7 +204,7 @@ CORVANE_API void SetSlowDiskDetectConfig(void) noexcept
 
 CORVANE_API uint32_t SetDprSmartSwitch(int32_t value) noexcept
 {
-    const MallocPtr<DrmDprSwitchConfig> record = NewRecord<DrmDprSwitchConfig>();
+    const MallocPtr<DrmDprSwitchConfig> record = MallocNew<DrmDprSwitchConfig>();
     if (record == nullptr) {
         return DRM_ERR_FAIL;
     }
@@ -231,7 +219,7 @@ CORVANE_API uint32_t SetDprSmartSwitch(int32_t value) noexcept
 
 CORVANE_API void SetDprSmartConfig(void) noexcept
 {
-    const MallocPtr<DrmDprCycleConfig> record = NewRecord<DrmDprCycleConfig>();
+    const MallocPtr<DrmDprCycleConfig> record = MallocNew<DrmDprCycleConfig>();
     if (record == nullptr) {
         return;
     }

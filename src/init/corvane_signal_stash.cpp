@@ -2,8 +2,6 @@
 
 #include <cerrno>
 #include <cstddef>
-#include <cstdlib>
-#include <cstring>
 
 #include "infrastructure/common/corvane_log.h"
 #include "infrastructure/common/corvane_raii.h"
@@ -19,13 +17,11 @@ CORVANE_API SignalHandlerItem *g_signalHandlerStack = nullptr;
 CORVANE_API int64_t StashProcessSignalHandler(void) noexcept
 {
     for (int32_t number = 1; number <= __libc_current_sigrtmax(); number++) {
-        MallocPtr<SignalHandlerItem> item(
-            static_cast<SignalHandlerItem *>(g_osCalls.malloc(sizeof(SignalHandlerItem))));
+        MallocPtr<SignalHandlerItem> item = MallocNew<SignalHandlerItem>();
         if (item == nullptr) {
             CORVANE_LOG_CHECKED(CORVANE_LOG_ERROR, "INIT", "malloc SignalHandlerItem failed.");
             return ENOMEM;
         }
-        std::memset(item.get(), 0, sizeof(SignalHandlerItem));
         item->signal = number;
         if (g_osCalls.sigaction(number, nullptr, &item->saved) != 0) {
             continue; // the C library keeps some numbers to itself

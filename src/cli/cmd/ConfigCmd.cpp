@@ -1,6 +1,5 @@
 #include "cli/cmd/ConfigCmd.h"
 
-#include <cstring>
 #include <iomanip>
 #include <memory>
 #include <sstream>
@@ -13,7 +12,6 @@
 #include "data_mgr/data_mgr_master/data_mgr_master_refresh.h"
 #include "data_mgr/data_mgr_master/data_mgr_master_sync.h"
 #include "infrastructure/common/corvane_raii.h"
-#include "infrastructure/common/os_calls.h"
 #include "init/corvane_bringup.h"
 #include "ma/drm/feature/disk_prefail_routine/drm_disk_prefail_routine.h"
 #include "ma/drm/feature/slow_disk_detecter/slow_disk_detecter.h"
@@ -176,12 +174,10 @@ int ConfigCmd::CliSetTakeOverSwitchConfig(const std::string &key, uint32_t value
 
 int ConfigCmd::CliSetDprSmartSwitchConfig(uint32_t value)
 {
-    const MallocPtr<DrmDprSwitchConfig> config(
-        static_cast<DrmDprSwitchConfig *>(g_osCalls.malloc(sizeof(DrmDprSwitchConfig))));
+    const MallocPtr<DrmDprSwitchConfig> config = MallocNew<DrmDprSwitchConfig>();
     if (config == nullptr) {
         return CLI_FAIL;
     }
-    std::memset(config.get(), 0, sizeof(*config));
     config->startType = DRM_DPR_START_SMART;
     config->on = value != 0 ? 1 : 0;
     const uint32_t result = DrmDprSetSwitchConfig(config.get());

@@ -5,13 +5,12 @@
 #ifndef CLI_DISK_CLASS_H
 #define CLI_DISK_CLASS_H
 
-#include <array>
+#include "config/corvane_config.h"
 
 namespace CORVANE_CLI {
 
-/** Sections of the settings. */
-constexpr std::array<const char *, 4> kDiskClassNodes = {"sata_ssd_disk", "sas_ssd_disk", "nvme_disk", "sas_hdd"};
-constexpr int kDiskClasses = static_cast<int>(kDiskClassNodes.size());
+/** Their sections of the settings are in g_diskTypeConfigNames. */
+constexpr int kDiskClasses = CORVANE_CONFIG_DISK_TYPES;
 constexpr int kDiskClassHdd = 3;
 constexpr int kDiskClassNodeWidth = 14; /**< in tables */
 

@@ -83,7 +83,7 @@ int DprSmartCmd::ChangeDprSmartParam()
     if (valid != CLI_OK) {
         return valid;
     }
-    const char *node = kDiskClassNodes[static_cast<size_t>(type)];
+    const char *node = g_diskTypeConfigNames[type];
     if (SetChildNodeConfigInt(node, kCycleKey, cycle) != 0) {
         CLI_LOG_ERROR("change config %s %s:%d failed", node, kCycleKey, cycle);
         return CLI_OK; // operators are told of the success of the request, not of the save
@@ -105,7 +105,7 @@ int DprSmartCmd::ChangeDprSmartParam()
 int DprSmartCmd::ShowDprSmartParam(std::string &output)
 {
     std::stringstream text;
-    for (const char *node : kDiskClassNodes) {
+    for (const char *node : g_diskTypeConfigNames) {
         uint32_t cycle = 0;
         if (GetChildNodeConfigInt(node, kCycleKey, &cycle) != 0) {
             CLI_LOG_ERROR("get %s config %s:%u failed", node, kCycleKey, cycle);

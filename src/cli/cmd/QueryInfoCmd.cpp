@@ -2,7 +2,6 @@
 
 #include <array>
 #include <cmath>
-#include <cstring>
 #include <iomanip>
 
 #include "cli/common/CLogger.h"
@@ -10,7 +9,6 @@
 #include "data_mgr/data_mgr_master/data_mgr_master.h"
 #include "infrastructure/common/bounded_text.h"
 #include "infrastructure/common/corvane_raii.h"
-#include "infrastructure/common/os_calls.h"
 
 namespace CORVANE_CLI {
 
@@ -47,16 +45,14 @@ void PrintLine(std::ostream &out, int width, const char *label, const Value &val
     out << std::left << std::setw(width) << label << ": " << value << "\n";
 }
 
-/** Memory for a record; a failure is logged. */
+/** MallocNew(); a failure is logged. */
 template <typename Record>
 MallocPtr<Record> NewRecord(const char *caller)
 {
-    MallocPtr<Record> record(static_cast<Record *>(g_osCalls.malloc(sizeof(Record))));
+    MallocPtr<Record> record = MallocNew<Record>();
     if (record == nullptr) {
         CLI_LOG_ERROR_FROM(caller, "malloc failed 0x%x.", static_cast<unsigned int>(CLI_COMMAND_EXEC_FAILED));
-        return record;
     }
-    std::memset(static_cast<void *>(record.get()), 0, sizeof(Record));
     return record;
 }
 

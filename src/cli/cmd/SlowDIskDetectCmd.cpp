@@ -1,6 +1,5 @@
 #include "cli/cmd/SlowDIskDetectCmd.h"
 
-#include <cstring>
 #include <iomanip>
 #include <sstream>
 
@@ -9,7 +8,6 @@
 #include "cli/common/CliResultCode.h"
 #include "config/corvane_config.h"
 #include "infrastructure/common/corvane_raii.h"
-#include "infrastructure/common/os_calls.h"
 
 namespace CORVANE_CLI {
 
@@ -100,7 +98,7 @@ int SlowDiskDetectCmd::ChangeSlowDiskDetectParam(const std::string &key, std::st
         return CLI_SLOWDISK_DETECT_CONFIG_FORMAT_INVALID;
     }
     const int value = std::stoi(valueText);
-    const char *node = kDiskClassNodes[static_cast<size_t>(type)];
+    const char *node = g_diskTypeConfigNames[type];
 
     uint32_t oldValue = 0;
     if (GetChildNodeConfigInt(node, key.c_str(), &oldValue) != 0) {
@@ -111,8 +109,7 @@ int SlowDiskDetectCmd::ChangeSlowDiskDetectParam(const std::string &key, std::st
         CLI_LOG_INFO("config %s:%d is same", key.c_str(), value);
         return CLI_OK;
     }
-    const MallocPtr<ClassicalSlowDiskDetectV2Config> record(
-        static_cast<ClassicalSlowDiskDetectV2Config *>(g_osCalls.malloc(sizeof(ClassicalSlowDiskDetectV2Config))));
+    const MallocPtr<ClassicalSlowDiskDetectV2Config> record = MallocNew<ClassicalSlowDiskDetectV2Config>();
     if (record == nullptr) {
         return CLI_FAIL;
     }
@@ -134,8 +131,7 @@ int SlowDiskDetectCmd::ChangeSlowDiskDetectParam(const std::string &key, std::st
 
 int SlowDiskDetectCmd::InitSlowDiskDetectConfigValue(ClassicalSlowDiskDetectV2Config *record, int type)
 {
-    std::memset(record, 0, sizeof(*record));
-    const char *node = kDiskClassNodes[static_cast<size_t>(type)];
+    const char *node = g_diskTypeConfigNames[type];
     uint32_t threshold = 0;
     if (GetChildNodeConfigInt(node, kThresholdKey, &threshold) != 0) {
         CLI_LOG_ERROR("get config %s:%u failed", kThresholdKey, threshold);
@@ -155,7 +151,7 @@ int SlowDiskDetectCmd::InitSlowDiskDetectConfigValue(ClassicalSlowDiskDetectV2Co
 int SlowDiskDetectCmd::SetMinThresholdValue(ClassicalSlowDiskDetectV2Config *record, const std::string &nodeName,
                                             int value)
 {
-    const int max = nodeName == kDiskClassNodes[kDiskClassHdd] ? kThresholdMaxHdd : kThresholdMax;
+    const int max = nodeName == g_diskTypeConfigNames[kDiskClassHdd] ? kThresholdMaxHdd : kThresholdMax;
     if (value < kThresholdMin || value > max) {
         CLI_LOG_ERROR("%s:CLI_SLOWDISK_DETECT_CONFIG_FORMAT_INVALID 0x%x.", kThresholdKey,
                       static_cast<unsigned int>(CLI_SLOWDISK_DETECT_CONFIG_FORMAT_INVALID));
@@ -189,7 +185,7 @@ int SlowDiskDetectCmd::SetMinSlowCycle(ClassicalSlowDiskDetectV2Config *record, 
 int SlowDiskDetectCmd::ShowSlowDiskDetectParam(std::string &output)
 {
     std::stringstream text;
-    for (const char *node : kDiskClassNodes) {
+    for (const char *node : g_diskTypeConfigNames) {
         uint32_t threshold = 0;
         uint32_t cycle = 0;
         if (GetChildNodeConfigInt(node, kThresholdKey, &threshold) != 0 ||

@@ -4,6 +4,7 @@
 #include <cstdarg>
 #include <cstring>
 #include <dirent.h>
+#include <exception>
 #include <string_view>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -104,7 +105,7 @@ int InitLog()
 }
 
 void CLogger::Log(int level, int line, unsigned long value, const char *module, const char *file, const char *function,
-                  const char *format, ...)
+                  const char *format, ...) noexcept
 {
     if (!CheckBeforeLog(level, module, file, function, format)) {
         return;
@@ -122,21 +123,20 @@ void CLogger::Log(int level, int line, unsigned long value, const char *module, 
         return;
     }
 
-    m_lock.lock();
+    Lock lock(m_lock);
     FormFileFullName();
     if (!OpenIfClosed()) {
-        m_lock.unlock();
         return;
     }
     if (m_rollingMode == kRollBySize && StorageLog(m_fileSize) == kDropLine) {
-        return; // which has unlocked
+        (void)lock.release(); // which has unlocked
+        return;
     }
     (void)std::fprintf(m_file, "%s%s\n", head.data(), message.data());
     (void)std::fflush(m_file);
-    m_lock.unlock();
 }
 
-bool CLogger::OpenIfClosed()
+bool CLogger::OpenIfClosed() noexcept
 {
     if (m_file != nullptr) {
         return true;
@@ -226,11 +226,14 @@ int CLogger::SetFilePath(const char *path)
     return kOk;
 }
 
-int CLogger::SetLogFilePermision(char *file)
+int CLogger::SetLogFilePermision(char *file) noexcept
 {
     // Not by GetUsersName(), which logs: the lock of this logger may be held.
     CORVANE_CLI::UserRecord user;
     const bool isRoot = CORVANE_CLI::FindUser(getuid(), user) && std::string_view(user.entry.pw_name) == "root";
+    if (user.texts == nullptr) {
+        return kFail; // no memory, which does not make root's file the service's
+    }
     return isRoot ? SetLogFilePermisionRoot(file) : SetLogFilePermisionCorvane(file);
 }
 
@@ -318,7 +321,7 @@ void CLogger::FormFileFullName()
     }
 }
 
-int CLogger::StorageLog(long fileSize)
+int CLogger::StorageLog(long fileSize) noexcept
 {
     Lock lock(m_lock, std::adopt_lock);
     (void)g_osCalls.fseek(m_file, 0, SEEK_END);
@@ -355,18 +358,22 @@ int CLogger::StorageLog(long fileSize)
     return kOk;
 }
 
-void CLogger::ProcessLogFile()
+void CLogger::ProcessLogFile() noexcept
 {
-    std::list<std::string> rolled;
-    while (GetAllLogFile(m_path, rolled, true) > m_backups) {
-        std::string oldest;
-        if (GetOldestLogFile(rolled, oldest) != kOk) {
-            return;
+    try {
+        std::list<std::string> rolled;
+        while (GetAllLogFile(m_path, rolled, true) > m_backups) {
+            std::string oldest;
+            if (GetOldestLogFile(rolled, oldest) != kOk) {
+                return;
+            }
+            const std::string path = std::string(m_path) + "/" + oldest;
+            if (OS_FileDelete(path.c_str()) != kOk) {
+                return; // it would be the oldest again
+            }
         }
-        const std::string path = std::string(m_path) + "/" + oldest;
-        if (OS_FileDelete(path.c_str()) != kOk) {
-            return; // it would be the oldest again
-        }
+    } catch (const std::exception &) {
+        return; // no memory: they stay until the next time, and the line is written all the same
     }
 }
 

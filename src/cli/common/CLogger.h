@@ -46,12 +46,13 @@ public:
     CLogger &operator=(const CLogger &) = delete;
 
     /**
-     * @brief Write one line: head, message, line feed. A line that cannot be written whole is dropped.
+     * @brief Write one line: head, message, line feed. A line that cannot be written whole, or for want of memory, is
+     *        dropped.
      * @param value  Shown by CLI_LOG_HEAD_VALUE only.
      * @param file   Base name of the source without its ending.
      */
     void Log(int level, int line, unsigned long value, const char *module, const char *file, const char *function,
-             const char *format, ...) __attribute__((format(printf, 8, 9)));
+             const char *format, ...) noexcept __attribute__((format(printf, 8, 9)));
 
     /** @param mode 1 by size, 0 by day. @retval -1  2 and above; nothing changes. */
     int SetRollingMode(int mode);
@@ -69,7 +70,7 @@ public:
     int SetFilePath(const char *path);
 
     /** @brief Mode and owner of the live file, by the user that the process runs as. @retval -1  Refused. */
-    int SetLogFilePermision(char *file);
+    int SetLogFilePermision(char *file) noexcept;
     /** @brief 0640, root:root. @retval -1  Refused; told on standard error. */
     int SetLogFilePermisionRoot(char *file);
     /** @brief 0660, corvane_user:corvane_group. @retval -1  Refused; told on standard error. */
@@ -92,9 +93,9 @@ public:
      * @retval 1  Failed: drop the line.
      * @note The caller holds the lock, which is released with a result of 1.
      */
-    int StorageLog(long fileSize);
-    /** @brief Delete the oldest rolled files above the limit. */
-    void ProcessLogFile();
+    int StorageLog(long fileSize) noexcept;
+    /** @brief Delete the oldest rolled files above the limit, as far as memory allows. */
+    void ProcessLogFile() noexcept;
     /** @brief List rolled files. @return how many. */
     int GetAllLogFile(const char *path, std::list<std::string> &list, bool withTime);
     /** @brief The oldest of a list. @retval -1  The list is empty. */
@@ -102,7 +103,7 @@ public:
 
 private:
     /** @return whether a file is open. @note Holds the lock. */
-    bool OpenIfClosed();
+    bool OpenIfClosed() noexcept;
     void CloseFile();
 
     std::FILE *m_file = nullptr;

@@ -8,14 +8,15 @@
 #include <pwd.h>
 #include <string>
 #include <sys/types.h>
-#include <vector>
+
+#include "infrastructure/common/corvane_raii.h"
 
 namespace CORVANE_CLI {
 
 /** An account, with the memory of its texts. */
 struct UserRecord {
     struct passwd entry = {};
-    std::vector<char> texts;
+    MallocPtr<char> texts; ///< null if there was no memory to look it up
 };
 
 /** @return whether there is a record. */

@@ -31,12 +31,10 @@
 #define CORVANE_SCOPED_CAPABILITY CORVANE_TSA(scoped_lockable)
 #define CORVANE_GUARDED_BY(lock) CORVANE_TSA(guarded_by(lock))
 #define CORVANE_REQUIRES(...) CORVANE_TSA(requires_capability(__VA_ARGS__))
-#define CORVANE_EXCLUDES(...) CORVANE_TSA(locks_excluded(__VA_ARGS__))
 #define CORVANE_ACQUIRE(...) CORVANE_TSA(acquire_capability(__VA_ARGS__))
 #define CORVANE_ACQUIRE_SHARED(...) CORVANE_TSA(acquire_shared_capability(__VA_ARGS__))
 #define CORVANE_RELEASE(...) CORVANE_TSA(release_capability(__VA_ARGS__))
 #define CORVANE_RELEASE_GENERIC(...) CORVANE_TSA(release_generic_capability(__VA_ARGS__))
-#define CORVANE_ACQUIRED_AFTER(...) CORVANE_TSA(acquired_after(__VA_ARGS__))
 #define CORVANE_NO_TSA CORVANE_TSA(no_thread_safety_analysis)
 
 #endif

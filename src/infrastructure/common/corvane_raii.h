@@ -16,6 +16,7 @@
 #include <unistd.h>
 #include <utility>
 
+#include "infrastructure/common/os_calls.h"
 #include "infrastructure/corvane_infra.h"
 
 struct CJsonDelete {
@@ -46,6 +47,17 @@ struct MallocFree {
 /** Memory of malloc, strdup, realpath, getline. */
 template <typename T>
 using MallocPtr = std::unique_ptr<T, MallocFree>;
+
+/** @brief Zeroed memory of malloc for one plain record, or null. */
+template <typename T>
+[[nodiscard]] MallocPtr<T> MallocNew() noexcept
+{
+    void *memory = g_osCalls.malloc(sizeof(T));
+    if (memory != nullptr) {
+        std::memset(memory, 0, sizeof(T));
+    }
+    return MallocPtr<T>(static_cast<T *>(memory));
+}
 
 struct InfraFree {
     void operator()(void *ptr) const noexcept { g_corvaneInfra.memFree(ptr); }

@@ -5,6 +5,7 @@
 #include <limits>
 #include <list>
 #include <memory>
+#include <new>
 #include <set>
 #include <thread>
 
@@ -48,6 +49,18 @@ int ChmodThatEnds(const char *path, mode_t mode)
     return g_chmodsLeft-- > 0 ? chmod(path, mode) : -1;
 }
 
+/** How many allocations of this thread are still granted. */
+thread_local size_t t_newsLeft = std::numeric_limits<size_t>::max();
+
+void *Allocate(size_t size)
+{
+    if (t_newsLeft == 0) {
+        return nullptr;
+    }
+    t_newsLeft -= t_newsLeft != std::numeric_limits<size_t>::max() ? 1 : 0;
+    return std::malloc(size != 0 ? size : 1);
+}
+
 std::string Stderr(const std::function<void()> &body)
 {
     ::testing::internal::CaptureStderr();
@@ -56,6 +69,30 @@ std::string Stderr(const std::function<void()> &body)
 }
 
 } // namespace
+
+void *operator new(size_t size)
+{
+    void *memory = Allocate(size);
+    if (memory == nullptr) {
+        throw std::bad_alloc();
+    }
+    return memory;
+}
+
+void *operator new(size_t size, const std::nothrow_t &) noexcept
+{
+    return Allocate(size);
+}
+
+void operator delete(void *memory) noexcept
+{
+    std::free(memory);
+}
+
+void operator delete(void *memory, size_t) noexcept
+{
+    std::free(memory);
+}
 
 /** A logger of the test's own in a folder that is there, a fixed clock in UTC. Needs root. */
 class LoggerTest : public CorvaneTest {
@@ -113,6 +150,16 @@ class CLoggerRollTest : public LoggerTest {};
 class CLoggerPermissionTest : public LoggerTest {};
 class CLoggerPruneTest : public LoggerTest {};
 class CLoggerThreadsTest : public LoggerTest {};
+class CLoggerMemoryTest : public LoggerTest {
+protected:
+    /** One line while so many allocations are granted. @return whether some were left. */
+    bool LineWith(size_t allocations)
+    {
+        t_newsLeft = allocations;
+        logger_->Log(CLI_LOG_LEVEL_INFO, 157, 1, "CLI_LOG", "File", "Function", "%s", "next");
+        return std::exchange(t_newsLeft, std::numeric_limits<size_t>::max()) != 0;
+    }
+};
 /** The accounts come first: they cover the folder of the prefix. */
 class InitLogTest : private CliAccountsInPlace, public LoggerTest {};
 
@@ -747,6 +794,82 @@ TEST_F(CLoggerThreadsTest, WritesWholeLinesWhileSettingsChange)
         EXPECT_TRUE(seen.insert(message).second) << line;
     }
     EXPECT_LE(seen.size(), static_cast<size_t>(threads * lines));
+}
+
+TEST_F(CLoggerMemoryTest, DropsTheLineAndTheNewFileWhoseOwnerIsUnknown)
+{
+    RefuseMalloc(1024); // the look-up's
+
+    Line("lost");
+
+    EXPECT_EQ(Files(), 0u);
+    g_osCalls.malloc = std::malloc;
+    Line("next");
+    EXPECT_EQ(Text(), FullLine("next")) << "the lock was released";
+    EXPECT_EQ(ModeOf(path_), 0640u);
+}
+
+/** Root's file must not become the service's because nobody could tell who runs. */
+TEST_F(CLoggerMemoryTest, DropsTheLineThoughThereIsMemoryAgain)
+{
+    static bool refused;
+    refused = false;
+    g_osCalls.malloc = [](size_t size) { return std::exchange(refused, true) ? std::malloc(size) : nullptr; };
+
+    EXPECT_EQ(Stderr([this] { Line("lost"); }), "");
+
+    EXPECT_EQ(Files(), 0u);
+}
+
+TEST_F(CLoggerMemoryTest, NeedsNoneForALineOfAFileThatIsThere)
+{
+    Line("first");
+    RefuseMalloc(1024);
+
+    EXPECT_FALSE(LineWith(0));
+
+    EXPECT_EQ(Text(), FullLine("first") + FullLine("next"));
+}
+
+TEST_F(CLoggerMemoryTest, DropsTheLineThatRollsTheFile)
+{
+    WriteFile(path_, std::string(200, 'x'));
+    ASSERT_EQ(logger_->SetFileSize(200), 0);
+    RefuseMalloc(1024);
+
+    Line("lost");
+
+    EXPECT_FALSE(std::filesystem::exists(path_));
+    EXPECT_TRUE(std::filesystem::exists(RolledPath()));
+    g_osCalls.malloc = std::malloc;
+    Line("next");
+    EXPECT_EQ(Text(), FullLine("next")) << "the lock was released";
+}
+
+/** Each allocation of a line that rolls the file and prunes rolled ones fails once, until none is left. */
+TEST_F(CLoggerMemoryTest, WritesTheLineWhetherOrNotRolledFilesArePruned)
+{
+    constexpr size_t allocationsMax = 1000;
+    const std::string search = folder_ + "/\\*.*";
+    std::filesystem::create_directory(search);
+    for (int i = 10; i < 22; i++) {
+        WriteFile(search + "/test.log.202601010000" + std::to_string(i), "");
+    }
+    ASSERT_EQ(logger_->SetFileSize(200), 0);
+
+    bool left = false;
+    size_t allocations = 0;
+    for (; !left && allocations < allocationsMax; allocations++) {
+        WriteFile(path_, std::string(200, 'x'));
+
+        left = LineWith(allocations);
+
+        EXPECT_EQ(Text(), FullLine("next")) << allocations;
+        EXPECT_EQ(ModeOf(path_), 0640u) << allocations;
+        EXPECT_EQ(ModeOf(RolledPath()), 0440u) << allocations;
+    }
+    EXPECT_TRUE(left);
+    EXPECT_GT(allocations, 12u) << "the rolled files' names";
 }
 
 TEST_F(CLoggerThreadsTest, LosesNoLine)

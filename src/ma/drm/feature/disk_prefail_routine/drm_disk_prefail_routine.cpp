@@ -50,13 +50,10 @@ namespace {
 constexpr uint8_t kAirflowTemperature = 190;
 constexpr uint8_t kTemperature = 194;
 
-/** SPC-5: the additional sense code "failure prediction threshold exceeded". */
-constexpr uint8_t kAscFailurePrediction = 0x5D;
-/** The one qualifier of it that is not taken for a failing disk. */
+/** The one qualifier of DRM_ASC_FAILURE_PREDICTION that is not taken for a failing disk. */
 constexpr uint8_t kAscqExcepted = 0x6D;
 
-/** The vendor's log parameter of the back-up capacitors, and their state when they no longer hold. */
-constexpr uint8_t kCapacitanceId = 242;
+/** State of the back-up capacitors when they no longer hold. */
 constexpr uint8_t kCapacitanceBad = 0;
 
 DrmQueue g_eventQueue = {DRM_SPINLOCK_FREE, {&g_eventQueue.nodes, &g_eventQueue.nodes}};
@@ -76,7 +73,7 @@ bool CrossedThreshold(const DiskSmartAttr &attribute) noexcept
 
 bool PredictsFailure(const DrmSasSenseInfo &sense) noexcept
 {
-    return sense.asc == kAscFailurePrediction && sense.ascq != kAscqExcepted;
+    return sense.asc == DRM_ASC_FAILURE_PREDICTION && sense.ascq != kAscqExcepted;
 }
 
 DrmDprDiskNode *FindDisk(DrmListHead *list, uint32_t diskId) noexcept
@@ -288,7 +285,7 @@ uint32_t DrmSASVSSDPrefailRoutineForStartType(uint32_t diskId) noexcept
         DRM_LOG(CORVANE_LOG_ERROR, "Get Disk(%u) smart info event fail(%d).", diskId, static_cast<int32_t>(ret));
         return ret;
     }
-    if (log.capacitanceId != kCapacitanceId || log.capacitanceStatus != kCapacitanceBad) {
+    if (log.capacitanceId != DRM_CAPACITANCE_ID || log.capacitanceStatus != kCapacitanceBad) {
         return DRM_OK;
     }
     DRM_LOG(CORVANE_LOG_INFO, "DRM_SAS_VSSD_DISK prefail, diskId: %u.", diskId);
@@ -322,7 +319,7 @@ uint32_t DrmSasHddPrefailRoutineForStartType(uint32_t diskId) noexcept
         return ret;
     }
     // Only the log page knows the excepted qualifier; sense data name a failing disk whatever it is.
-    const bool prefail = sense.isSupportIeLog == 1 ? PredictsFailure(sense) : sense.asc == kAscFailurePrediction;
+    const bool prefail = sense.isSupportIeLog == 1 ? PredictsFailure(sense) : sense.asc == DRM_ASC_FAILURE_PREDICTION;
     if (!prefail) {
         return DRM_OK;
     }

@@ -5,9 +5,6 @@
 
 namespace {
 
-constexpr uint8_t kAscFailurePrediction = 0x5D;
-constexpr uint8_t kCapacitanceId = 242;
-
 bool Hits(const char *list, uint32_t *hit, uint32_t diskId) noexcept
 {
     if (DrmTracePointLookUp(list, diskId) == DrmTracePointMatch::NO) {
@@ -35,14 +32,14 @@ void DrmDprSetSataSmartEntrysPrefail(const char *list, uint32_t *hit, uint32_t d
 void DrmDprSetSasSsdEntrysPrefail(const char *list, uint32_t *hit, uint32_t diskId, void *output) noexcept
 {
     if (Hits(list, hit, diskId)) {
-        *static_cast<DrmSasSenseInfo *>(output) = {.asc = kAscFailurePrediction, .ascq = 0, .isSupportIeLog = 1};
+        *static_cast<DrmSasSenseInfo *>(output) = {.asc = DRM_ASC_FAILURE_PREDICTION, .ascq = 0, .isSupportIeLog = 1};
     }
 }
 
 void DrmDprSetSasVssdEntrysPrefail(const char *list, uint32_t *hit, uint32_t diskId, void *output) noexcept
 {
     if (Hits(list, hit, diskId)) {
-        *static_cast<DrmSasVssdLogInfo *>(output) = {.capacitanceId = kCapacitanceId, .capacitanceStatus = 0};
+        *static_cast<DrmSasVssdLogInfo *>(output) = {.capacitanceId = DRM_CAPACITANCE_ID, .capacitanceStatus = 0};
     }
 }
 
@@ -56,7 +53,7 @@ void DrmDprSetNvmeEntrysPrefail(const char *list, uint32_t *hit, uint32_t diskId
 void DrmDprSetNlSasHddEntrysPrefail(const char *list, uint32_t *hit, uint32_t diskId, void *output) noexcept
 {
     if (Hits(list, hit, diskId)) {
-        *static_cast<DrmSasSenseInfo *>(output) = {.asc = kAscFailurePrediction, .ascq = 0, .isSupportIeLog = 0};
+        *static_cast<DrmSasSenseInfo *>(output) = {.asc = DRM_ASC_FAILURE_PREDICTION, .ascq = 0, .isSupportIeLog = 0};
     }
 }
 

@@ -69,11 +69,6 @@ ConfigTable g_config = kDefaultConfig; // relaxed atomics
 uint8_t g_switch = 0;                  // relaxed atomic
 DrmQueue g_eventQueue = {DRM_SPINLOCK_FREE, {&g_eventQueue.nodes, &g_eventQueue.nodes}};
 
-bool BitAt(const uint8_t *bits, uint32_t index) noexcept
-{
-    return ((bits[index / 8] >> (index % 8)) & 1) != 0;
-}
-
 void WriteBit(uint8_t *bits, uint32_t index, bool value) noexcept
 {
     const auto mask = static_cast<uint8_t>(1u << (index % 8));
@@ -138,7 +133,7 @@ ZoneSlot SurveyLocked(DrmSlowDiskZone *zone, uint32_t thresholdMs, uint32_t band
             continue;
         }
         const DrmDiskIostatSample &sample = window->samples[slot];
-        if (!BitAt(window->validBits, slot) || sample.iops == 0) {
+        if (!DrmSlowDiskBitAt(window->validBits, slot) || sample.iops == 0) {
             continue; // an idle disk would make a busy one look slow
         }
         if (IsSuspected(sample, thresholdMs, bandwidthCeiling)) {
@@ -242,7 +237,7 @@ uint32_t DrmSlowDiskGetSlowCycleCnt(DrmDiskIostatWindow *window) noexcept
 {
     uint32_t count = 0;
     for (uint32_t i = 0; i < SLOW_DISK_WINDOW_SIZE; i++) {
-        count += BitAt(window->slowBits, i) ? 1 : 0;
+        count += DrmSlowDiskBitAt(window->slowBits, i) ? 1 : 0;
     }
     return count;
 }

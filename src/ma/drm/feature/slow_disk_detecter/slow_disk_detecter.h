@@ -125,6 +125,12 @@ CORVANE_END_DECLS
 #include <cstddef>
 static_assert(sizeof(ClassicalSlowDiskDetectV2Config) == 8 && sizeof(DrmDiskIostatSample) == 24);
 static_assert(sizeof(DrmDiskIostatWindow) == 2432 && sizeof(DrmSlowDiskObj) == 24 && sizeof(DrmSlowDiskZone) == 40);
+
+/** @brief A bit of a window's array. */
+inline bool DrmSlowDiskBitAt(const uint8_t *bits, uint32_t index) noexcept
+{
+    return ((bits[index / 8] >> (index % 8)) & 1) != 0;
+}
 #endif
 
 #endif

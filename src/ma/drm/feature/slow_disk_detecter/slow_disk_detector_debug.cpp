@@ -129,17 +129,16 @@ struct WindowRow {
     uint64_t (*value)(const DrmDiskIostatWindow &window, uint32_t slot);
 };
 
-bool BitAt(std::span<const uint8_t, SLOW_DISK_BITMAP_SIZE> bits, uint32_t index) noexcept
-{
-    return ((bits[index / 8] >> (index % 8)) & 1) != 0;
-}
-
 constexpr std::array<WindowRow, 8> kWindowRows{{
     {"index:", [](const DrmDiskIostatWindow &, uint32_t slot) -> uint64_t { return slot; }},
     {"isvalid:",
-     [](const DrmDiskIostatWindow &window, uint32_t slot) -> uint64_t { return BitAt(window.validBits, slot); }},
+     [](const DrmDiskIostatWindow &window, uint32_t slot) -> uint64_t {
+         return DrmSlowDiskBitAt(window.validBits, slot);
+     }},
     {"isslow:",
-     [](const DrmDiskIostatWindow &window, uint32_t slot) -> uint64_t { return BitAt(window.slowBits, slot); }},
+     [](const DrmDiskIostatWindow &window, uint32_t slot) -> uint64_t {
+         return DrmSlowDiskBitAt(window.slowBits, slot);
+     }},
     {"svctm:", [](const DrmDiskIostatWindow &window, uint32_t slot) -> uint64_t { return window.samples[slot].svctm; }},
     {"iops:", [](const DrmDiskIostatWindow &window, uint32_t slot) -> uint64_t { return window.samples[slot].iops; }},
     {"bandwidth:",

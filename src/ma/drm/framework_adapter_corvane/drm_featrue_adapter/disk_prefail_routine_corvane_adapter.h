@@ -32,6 +32,11 @@ typedef struct DrmNvmeCritWarning {
     uint8_t reserved : 3;
 } DrmNvmeCritWarning;
 
+/** SPC-5: the additional sense code "failure prediction threshold exceeded". */
+#define DRM_ASC_FAILURE_PREDICTION 0x5Du
+/** The vendor's log parameter of the back-up capacitors. */
+#define DRM_CAPACITANCE_ID 242u
+
 /** Additional sense code and qualifier (SPC-5, informational exceptions). 3 bytes. */
 typedef struct DrmSasSenseInfo {
     uint8_t asc;
