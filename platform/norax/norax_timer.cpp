@@ -1,6 +1,7 @@
 // Timers live in records of this file; a caller's NoraxTimer only names one. So nothing of the caller's memory is read
 // once a timer has been destroyed, even by its own procedure.
 
+#include "mutex_guard.h"
 #include "norax_timer_thread.h"
 #include "platform/norax.h"
 
@@ -17,9 +18,6 @@ struct Record {
     uint64_t number; ///< never used twice, so that a name kept too long is noticed
     NoraxTimerProc procedure;
     void *context;
-    const char *name;
-    const char *file;
-    uint32_t line;
     uint32_t cycleMs;
     uint64_t dueMs; ///< on the monotonic clock; valid while armed
     bool armed;
@@ -37,14 +35,6 @@ uint64_t g_lastNumber = 0;
 pthread_t g_thread;
 bool g_started = false;
 uint64_t g_generation = 0; ///< of the thread; a thread that finds another number ends
-
-class Guard {
-public:
-    Guard() noexcept { (void)pthread_mutex_lock(&g_lock); }
-    ~Guard() { (void)pthread_mutex_unlock(&g_lock); }
-    Guard(const Guard &) = delete;
-    Guard &operator=(const Guard &) = delete;
-};
 
 uint64_t NowMs() noexcept
 {
@@ -130,7 +120,7 @@ void RunLocked(Record *record) noexcept
 void *TimerThread(void *argument)
 {
     const auto generation = static_cast<uint64_t>(reinterpret_cast<uintptr_t>(argument));
-    const Guard guard;
+    const MutexGuard guard(g_lock);
     while (g_started && g_generation == generation) {
         Record *earliest = EarliestLocked();
         if (earliest != nullptr && earliest->dueMs <= NowMs()) {
@@ -167,7 +157,7 @@ int MakeConditionsLocked() noexcept
 
 int TimerThreadStart() noexcept
 {
-    const Guard guard;
+    const MutexGuard guard(g_lock);
     int status = MakeConditionsLocked();
     if (status != 0) {
         return status;
@@ -194,7 +184,7 @@ void TimerThreadStop() noexcept
 {
     pthread_t thread{};
     {
-        const Guard guard;
+        const MutexGuard guard(g_lock);
         g_started = false;
         thread = g_thread;
         (void)pthread_cond_broadcast(&g_changed);
@@ -204,7 +194,7 @@ void TimerThreadStop() noexcept
     } else {
         (void)pthread_join(thread, nullptr);
     }
-    const Guard guard;
+    const MutexGuard guard(g_lock);
     Record *record = g_records;
     while (record != nullptr) {
         Record *next = record->next;
@@ -224,7 +214,7 @@ void TimerThreadStop() noexcept
 extern "C" {
 
 NORAX_API int norax_timer_set_raw(NoraxTimer *timer, uint32_t cycleMs, void *context, NoraxTimerProc procedure,
-                                  const char *name, const char *file, uint32_t line) noexcept
+                                  const char *, const char *, uint32_t) noexcept
 {
     if (timer == nullptr || procedure == nullptr) {
         return EINVAL;
@@ -235,12 +225,9 @@ NORAX_API int norax_timer_set_raw(NoraxTimer *timer, uint32_t cycleMs, void *con
     }
     record->procedure = procedure;
     record->context = context;
-    record->name = name;
-    record->file = file;
-    record->line = line;
     record->cycleMs = cycleMs;
 
-    const Guard guard;
+    const MutexGuard guard(g_lock);
     if (!g_started) {
         delete record;
         return ESRCH;
@@ -255,7 +242,7 @@ NORAX_API int norax_timer_set_raw(NoraxTimer *timer, uint32_t cycleMs, void *con
 
 NORAX_API int norax_timer_add(NoraxTimer *timer) noexcept
 {
-    const Guard guard;
+    const MutexGuard guard(g_lock);
     Record *record = FindLocked(timer);
     if (record == nullptr) {
         return ENOENT;
@@ -269,7 +256,7 @@ NORAX_API int norax_timer_add(NoraxTimer *timer) noexcept
 
 NORAX_API int norax_timer_modify(NoraxTimer *timer, uint32_t cycleMs) noexcept
 {
-    const Guard guard;
+    const MutexGuard guard(g_lock);
     Record *record = FindLocked(timer);
     if (record == nullptr) {
         return ENOENT;
@@ -280,7 +267,7 @@ NORAX_API int norax_timer_modify(NoraxTimer *timer, uint32_t cycleMs) noexcept
 
 NORAX_API int norax_timer_destroy(NoraxTimer *timer) noexcept
 {
-    const Guard guard;
+    const MutexGuard guard(g_lock);
     Record *record = FindLocked(timer);
     if (record == nullptr) {
         return ENOENT;

@@ -8,8 +8,8 @@
 #include <memory>
 #include <pthread.h>
 
+#include "mutex_guard.h"
 #include "nordiagnose_commands.h"
-#include "nordiagnose_guard.h"
 #include "nordiagnose_server.h"
 #include "nordiagnose_session.h"
 
@@ -41,7 +41,7 @@ Agent *FindAgentLocked(int processId) noexcept
 /** Keeps a row for the process. @return 0 or an errno number. */
 int ReserveAgent(int processId, Agent *&reserved) noexcept
 {
-    const nordiag::Guard guard(g_lock);
+    const MutexGuard guard(g_lock);
     if (FindAgentLocked(processId) != nullptr) {
         return EEXIST;
     }
@@ -101,7 +101,7 @@ DBG_API int DBG_DiagnoseAgentInit(int processId, const char *agentName) noexcept
         return status;
     }
     nordiag::Server *server = nordiag::ServerStart(processId, agentName);
-    const nordiag::Guard guard(g_lock);
+    const MutexGuard guard(g_lock);
     *agent = {AgentState::REGISTERED, processId, server};
     return 0;
 }
@@ -110,7 +110,7 @@ DBG_API int DBG_DiagnoseAgentDestroy(int processId) noexcept
 {
     Agent *agent = nullptr;
     {
-        const nordiag::Guard guard(g_lock);
+        const MutexGuard guard(g_lock);
         agent = processId > 0 ? FindAgentLocked(processId) : nullptr;
         if (agent == nullptr || agent->state != AgentState::REGISTERED) {
             return ENOENT;
@@ -118,7 +118,7 @@ DBG_API int DBG_DiagnoseAgentDestroy(int processId) noexcept
         agent->state = AgentState::CHANGING;
     }
     nordiag::ServerStop(agent->server);
-    const nordiag::Guard guard(g_lock);
+    const MutexGuard guard(g_lock);
     *agent = {};
     return 0;
 }

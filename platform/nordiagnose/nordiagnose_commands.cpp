@@ -7,7 +7,7 @@
 #include <pthread.h>
 #include <string_view>
 
-#include "nordiagnose_guard.h"
+#include "mutex_guard.h"
 
 static_assert(sizeof(DBG_CmdInfo) == 104);
 static_assert(offsetof(DBG_CmdInfo, description) == 20 && offsetof(DBG_CmdInfo, exec) == 88 &&
@@ -80,7 +80,7 @@ int CommandAdd(const DBG_CmdInfo *command) noexcept
     if (command == nullptr || !IsGood(*command)) {
         return -1;
     }
-    const Guard guard(g_lock);
+    const MutexGuard guard(g_lock);
     Row *row = FindLocked(command->name) == nullptr ? FindFreeLocked() : nullptr;
     if (row == nullptr) {
         return -1;
@@ -91,7 +91,7 @@ int CommandAdd(const DBG_CmdInfo *command) noexcept
 
 int CommandRemove(const char *name, bool wait) noexcept
 {
-    const Guard guard(g_lock);
+    const MutexGuard guard(g_lock);
     Row *row = FindLocked(name);
     if (row == nullptr) {
         return -1;
@@ -108,7 +108,7 @@ int CommandRemove(const char *name, bool wait) noexcept
 
 void CommandsPrint(std::FILE *out) noexcept
 {
-    const Guard guard(g_lock);
+    const MutexGuard guard(g_lock);
     for (const Row &row : g_rows) {
         if (row.command.name[0] != '\0') {
             (void)std::fprintf(out, "  %-20s%s\n", row.command.name, row.command.description);
@@ -119,7 +119,7 @@ void CommandsPrint(std::FILE *out) noexcept
 size_t CommandsPack(char *buffer, size_t size) noexcept
 {
     size_t used = 0;
-    const Guard guard(g_lock);
+    const MutexGuard guard(g_lock);
     for (const Row &row : g_rows) {
         if (row.command.name[0] == '\0') {
             continue;
@@ -138,7 +138,7 @@ size_t CommandsPack(char *buffer, size_t size) noexcept
 uint32_t CommandsRunning() noexcept
 {
     uint32_t count = 0;
-    const Guard guard(g_lock);
+    const MutexGuard guard(g_lock);
     for (const Row &row : g_rows) {
         count += row.executions;
     }
@@ -147,13 +147,13 @@ uint32_t CommandsRunning() noexcept
 
 void CommandsWake() noexcept
 {
-    const Guard guard(g_lock);
+    const MutexGuard guard(g_lock);
     (void)pthread_cond_broadcast(&g_changed);
 }
 
 Begin Execution::ForRun(const char *name, bool (*wanted)(void *context), void *context) noexcept
 {
-    const Guard guard(g_lock);
+    const MutexGuard guard(g_lock);
     Row *row = FindLocked(name);
     while (row != nullptr && wanted(context) && row->running) {
         WaitBrieflyLocked();
@@ -175,7 +175,7 @@ Begin Execution::ForRun(const char *name, bool (*wanted)(void *context), void *c
 
 Begin Execution::ForHelp(const char *name) noexcept
 {
-    const Guard guard(g_lock);
+    const MutexGuard guard(g_lock);
     Row *row = FindLocked(name);
     if (row == nullptr) {
         return Begin::NO_SUCH_COMMAND;
@@ -191,7 +191,7 @@ Execution::~Execution()
     if (row_ == DBG_MAX_COMMANDS) {
         return;
     }
-    const Guard guard(g_lock);
+    const MutexGuard guard(g_lock);
     Row &row = g_rows[row_];
     row.executions--;
     row.running = row.running && !exclusive_;

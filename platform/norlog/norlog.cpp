@@ -14,6 +14,7 @@
 #include <pthread.h>
 #include <string_view>
 
+#include "mutex_guard.h"
 #include "norlog_file.h"
 
 namespace {
@@ -39,7 +40,6 @@ struct Log {
     uint64_t fileSize = kDefaultFileSize;
     uint32_t backups = kDefaultBackups;
     LogFile file;
-    bool fileOpen = false;
     bool failureTold = false; ///< the folder's failure stands on standard error already
     pthread_t flusher{};
 };
@@ -49,17 +49,6 @@ pthread_cond_t g_flusherWakeUp;
 /** Serialises start and stop, which join the flushing thread without g_lock. Before g_lock. */
 pthread_mutex_t g_startLock = PTHREAD_MUTEX_INITIALIZER;
 Log *g_log = nullptr;
-
-class Guard {
-public:
-    explicit Guard(pthread_mutex_t &lock) noexcept : lock_(lock) { (void)pthread_mutex_lock(&lock_); }
-    ~Guard() { (void)pthread_mutex_unlock(&lock_); }
-    Guard(const Guard &) = delete;
-    Guard &operator=(const Guard &) = delete;
-
-private:
-    pthread_mutex_t &lock_;
-};
 
 Log *LogLocked() noexcept
 {
@@ -88,9 +77,9 @@ void TellFailureLocked(Log &log, const char *reason) noexcept
 void OpenLocked(Log &log) noexcept
 {
     std::array<char, 256> reason{"no folder was chosen"};
-    log.fileOpen = log.folder[0] != '\0' &&
-                   log.file.Open(log.folder.data(), log.fileSize, log.backups, reason.data(), reason.size());
-    if (!log.fileOpen) {
+    const bool open = log.folder[0] != '\0' &&
+                      log.file.Open(log.folder.data(), log.fileSize, log.backups, reason.data(), reason.size());
+    if (!open) {
         TellFailureLocked(log, reason.data());
     }
 }
@@ -103,15 +92,28 @@ void ReopenLocked(Log &log) noexcept
     }
 }
 
+/** Whatever kept the file from being opened may be over. */
+void MendLocked(Log &log) noexcept
+{
+    OpenLocked(log);
+    if (log.file.IsOpen()) {
+        log.failureTold = false; // the next failure is news
+    }
+}
+
 void *FlushEverySecond(void *)
 {
-    const Guard guard(g_lock);
+    const MutexGuard guard(g_lock);
     while (g_log->starts != 0) {
         timespec until{};
         (void)clock_gettime(CLOCK_MONOTONIC, &until);
         until.tv_sec += kFlushPeriodSeconds;
         (void)pthread_cond_timedwait(&g_flusherWakeUp, &g_lock, &until);
-        g_log->file.Flush();
+        if (g_log->file.IsOpen()) {
+            g_log->file.Flush();
+        } else if (g_log->starts != 0) {
+            MendLocked(*g_log);
+        }
     }
     return nullptr;
 }
@@ -189,7 +191,7 @@ __attribute__((format(printf, 2, 3))) void FormatLine(Line &line, const char *fm
 
 void WriteLine(uint32_t level, Line &line) noexcept
 {
-    const Guard guard(g_lock);
+    const MutexGuard guard(g_lock);
     Log *log = g_log;
     if (log == nullptr || log->starts == 0) {
         if (level <= kErrorLevel) {
@@ -199,14 +201,14 @@ void WriteLine(uint32_t level, Line &line) noexcept
     }
     std::array<char, 256> reason{};
     const std::string_view text(line.Text(), line.Size());
-    if (log->fileOpen && log->file.Write(text, level <= kErrorLevel, reason.data(), reason.size())) {
-        if (level <= kErrorLevel) {
-            // Written through to the file after a failure, such as a disk that was full: the next failure is news.
-            log->failureTold = false;
+    if (log->file.IsOpen()) {
+        if (log->file.Write(text, level <= kErrorLevel, reason.data(), reason.size())) {
+            if (level <= kErrorLevel) {
+                // Written through to the file after a failure, such as a disk that was full: the next failure is news.
+                log->failureTold = false;
+            }
+            return;
         }
-        return;
-    }
-    if (log->fileOpen) {
         TellFailureLocked(*log, reason.data());
     }
     (void)std::fprintf(stderr, "%s\n", line.Text());
@@ -223,7 +225,7 @@ NORLOG_API int norlog_set_file_path_ext(const char *path, const char *)
     if (path == nullptr || path[0] == '\0' || std::string_view(path).size() >= kPathSize) {
         return EINVAL;
     }
-    const Guard guard(g_lock);
+    const MutexGuard guard(g_lock);
     Log *log = LogLocked();
     if (log == nullptr) {
         return ENOMEM;
@@ -236,8 +238,8 @@ NORLOG_API int norlog_set_file_path_ext(const char *path, const char *)
 
 NORLOG_API int norlog_init(void)
 {
-    const Guard start(g_startLock);
-    const Guard guard(g_lock);
+    const MutexGuard start(g_startLock);
+    const MutexGuard guard(g_lock);
     Log *log = LogLocked();
     if (log == nullptr) {
         return ENOMEM;
@@ -259,7 +261,7 @@ NORLOG_API int norlog_set_backup_num(uint32_t count)
     if (count > kMaxBackups) {
         return EINVAL;
     }
-    const Guard guard(g_lock);
+    const MutexGuard guard(g_lock);
     Log *log = LogLocked();
     if (log == nullptr) {
         return ENOMEM;
@@ -274,7 +276,7 @@ NORLOG_API int norlog_set_file_size(uint64_t bytes)
     if (bytes < kMinFileSize) {
         return EINVAL;
     }
-    const Guard guard(g_lock);
+    const MutexGuard guard(g_lock);
     Log *log = LogLocked();
     if (log == nullptr) {
         return ENOMEM;
@@ -286,10 +288,10 @@ NORLOG_API int norlog_set_file_size(uint64_t bytes)
 
 NORLOG_API int norlog_destroy(void)
 {
-    const Guard start(g_startLock);
+    const MutexGuard start(g_startLock);
     pthread_t flusher{};
     {
-        const Guard guard(g_lock);
+        const MutexGuard guard(g_lock);
         Log *log = g_log;
         if (log == nullptr || log->starts == 0) {
             return ESRCH;
@@ -299,7 +301,6 @@ NORLOG_API int norlog_destroy(void)
         }
         log->file.Flush();
         log->file.Close();
-        log->fileOpen = false;
         flusher = log->flusher;
         (void)pthread_cond_signal(&g_flusherWakeUp);
     }

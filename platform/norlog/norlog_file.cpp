@@ -39,10 +39,15 @@ bool MakeFolder(std::string path) noexcept
     return mkdir(path.c_str(), kFolderMode) == 0 || errno == EEXIST;
 }
 
-spdlog::file_event_handlers MakeHandlers()
+/** @param isOpen Kept up to date for as long as the handlers are used. */
+spdlog::file_event_handlers MakeHandlers(bool &isOpen)
 {
     spdlog::file_event_handlers handlers;
-    handlers.after_open = [](const spdlog::filename_t &, std::FILE *file) {
+    // The folder may have gone since, and the sink would make one that everybody may look into.
+    handlers.before_open = [](const spdlog::filename_t &name) { (void)MakeFolder(name.substr(0, name.rfind('/'))); };
+    handlers.after_close = [&isOpen](const spdlog::filename_t &) { isOpen = false; };
+    handlers.after_open = [&isOpen](const spdlog::filename_t &, std::FILE *file) {
+        isOpen = true;
         // A tool that the process starts has no business with the log.
         (void)fcntl(fileno(file), F_SETFD, FD_CLOEXEC);
         struct stat status {};
@@ -53,6 +58,13 @@ spdlog::file_event_handlers MakeHandlers()
     return handlers;
 }
 
+/** Tried here first: the sink would try five times, with pauses, and the log's lock is held. @return 0 or an errno. */
+int TryFile(const std::string &name) noexcept
+{
+    const int fd = open(name.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_NONBLOCK | O_CLOEXEC, kFileMode);
+    return fd >= 0 && close(fd) == 0 ? 0 : errno;
+}
+
 void SetReason(char *reason, size_t size, const char *text) noexcept
 {
     (void)std::snprintf(reason, size, "%s", text);
@@ -61,10 +73,11 @@ void SetReason(char *reason, size_t size, const char *text) noexcept
 } // namespace
 
 struct LogFile::Sink {
+    bool isOpen = false; ///< a rotation that fails can leave it closed, and then nothing more may be asked of it
     spdlog::sinks::rotating_file_sink_st file;
 
     Sink(const std::string &name, uint64_t maxBytes, uint32_t backups)
-        : file(name, maxBytes, backups, false, MakeHandlers())
+        : file(name, maxBytes, backups, false, MakeHandlers(isOpen))
     {
         file.set_formatter(std::make_unique<spdlog::pattern_formatter>("[%Y-%m-%d %H:%M:%S.%f]%v"));
     }
@@ -82,7 +95,13 @@ bool LogFile::Open(const char *folder, uint64_t maxBytes, uint32_t backups, char
             SetReason(reason, reasonSize, std::strerror(errno));
             return false;
         }
-        sink_ = std::make_unique<Sink>(path + "/" NORLOG_FILE_NAME, maxBytes, backups);
+        const std::string name = path + "/" NORLOG_FILE_NAME;
+        const int problem = TryFile(name);
+        if (problem != 0) {
+            SetReason(reason, reasonSize, std::strerror(problem));
+            return false;
+        }
+        sink_ = std::make_unique<Sink>(name, maxBytes, backups);
         return true;
     } catch (const std::exception &error) {
         SetReason(reason, reasonSize, error.what());
@@ -111,6 +130,9 @@ bool LogFile::Write(std::string_view line, bool flush, char *reason, size_t reas
         return true;
     } catch (const std::exception &error) {
         SetReason(reason, reasonSize, error.what());
+        if (!sink_->isOpen) {
+            Close();
+        }
         return false;
     }
 }

@@ -20,7 +20,8 @@ public:
     /** Opens or continues the file in @p folder, which is made if absent. @p reason gets why it failed. */
     bool Open(const char *folder, uint64_t maxBytes, uint32_t backups, char *reason, size_t reasonSize) noexcept;
     void Close() noexcept;
-    /** Writes one line without its newline. @return false if it was not written. */
+    [[nodiscard]] bool IsOpen() const noexcept { return sink_ != nullptr; }
+    /** Writes one line without its newline. @return false if it was not written; then the file may be open no more. */
     bool Write(std::string_view line, bool flush, char *reason, size_t reasonSize) noexcept;
     void Flush() noexcept;
 

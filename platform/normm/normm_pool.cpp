@@ -1,6 +1,7 @@
 // A partition is one slot of a fixed table. The identifier names the slot and how often it was used, so an identifier
 // that outlived its partition finds nothing. Each slot has its own lock, held for a few instructions.
 
+#include "mutex_guard.h"
 #include "normm_account.h"
 #include "platform/normm.h"
 
@@ -59,17 +60,6 @@ void MakeLocks() noexcept
         (void)pthread_mutex_init(&partition.lock, nullptr);
     }
 }
-
-class Guard {
-public:
-    explicit Guard(pthread_mutex_t &lock) noexcept : lock_(lock) { (void)pthread_mutex_lock(&lock_); }
-    ~Guard() { (void)pthread_mutex_unlock(&lock_); }
-    Guard(const Guard &) = delete;
-    Guard &operator=(const Guard &) = delete;
-
-private:
-    pthread_mutex_t &lock_;
-};
 
 Partition &SlotOf(uint32_t id) noexcept
 {
@@ -138,13 +128,13 @@ uint8_t *StateOfLocked(Partition &pool, const void *item) noexcept
 template <typename Fill>
 uint32_t CreatePartition(const char *name, uint32_t *id, Fill fill) noexcept
 {
-    const Guard start(g_startLock);
+    const MutexGuard start(g_startLock);
     if (g_starts == 0) {
         return ESRCH;
     }
     for (uint32_t i = 0; i < kSlots; i++) {
         Partition &partition = SlotOf(i);
-        const Guard guard(partition.lock);
+        const MutexGuard guard(partition.lock);
         if (partition.id != 0) {
             continue;
         }
@@ -170,21 +160,21 @@ extern "C" {
 
 NORMM_API int nor_mm_pool_init(void) noexcept
 {
-    const Guard guard(g_startLock);
+    const MutexGuard guard(g_startLock);
     g_starts++;
     return 0;
 }
 
 NORMM_API int nor_mm_pool_exit(void) noexcept
 {
-    const Guard start(g_startLock);
+    const MutexGuard start(g_startLock);
     if (g_starts == 0) {
         return ESRCH;
     }
     if (--g_starts == 0) {
         for (uint32_t i = 0; i < kSlots; i++) {
             Partition &partition = SlotOf(i);
-            const Guard guard(partition.lock);
+            const MutexGuard guard(partition.lock);
             ReleaseLocked(partition);
         }
     }
@@ -213,7 +203,7 @@ NORMM_API uint32_t allocStructure(uint32_t, uint32_t poolId, void **item, const 
         return EINVAL;
     }
     Partition &pool = SlotOf(poolId);
-    const Guard guard(pool.lock);
+    const MutexGuard guard(pool.lock);
     if (poolId == 0 || pool.id != poolId || pool.block != nullptr) {
         return ENOENT;
     }
@@ -234,7 +224,7 @@ NORMM_API uint32_t freeStructure(void *item, uint32_t poolId, uint32_t, const ch
         return EINVAL;
     }
     Partition &pool = SlotOf(poolId);
-    const Guard guard(pool.lock);
+    const MutexGuard guard(pool.lock);
     if (poolId == 0 || pool.id != poolId || pool.block != nullptr) {
         return ENOENT;
     }
@@ -272,7 +262,7 @@ NORMM_API uint32_t createContinuousPartition(uint64_t bytes, const char *name, u
 NORMM_API uint32_t deletePartitionByID(uint32_t id, ...) noexcept
 {
     Partition &partition = SlotOf(id);
-    const Guard guard(partition.lock);
+    const MutexGuard guard(partition.lock);
     if (id == 0 || partition.id != id) {
         return ENOENT;
     }

@@ -72,7 +72,7 @@ typedef void (*NoraxTimerProc)(void *context);
 /**
  * Makes a timer that is not running yet.
  * @param cycleMs Time from norax_timer_add() to the call in milliseconds; 0 calls at once.
- * @param name, file, line Whose timer it is, for messages. @p name and @p file are not copied.
+ * @param name, file, line Not used.
  * @return 0, EINVAL for a null timer or procedure, ENOMEM, ESRCH while the layer is not started.
  */
 int norax_timer_set_raw(NoraxTimer *timer, uint32_t cycleMs, void *context, NoraxTimerProc procedure, const char *name,

@@ -3,8 +3,8 @@
  * @brief The host's log (libnorlog.so): one file in a chosen folder, rotated by size, one line per call.
  *
  * Every operation may be called from any thread, at any time. Levels: 2 CRITICAL, 3 ERROR, 4 WARN, 5 EVENT, 6 INFO,
- * 7 DEBUG. Before norlog_init(), and where the folder cannot be written, lines go to standard error; before
- * norlog_init() only those of level 3 and below.
+ * 7 DEBUG. Before norlog_init() lines of level 3 and below go to standard error. While the folder cannot be written,
+ * all lines do. If the file cannot be opened, at the start or after a rotation, that is tried again every second.
  */
 #ifndef PLATFORM_NORLOG_H
 #define PLATFORM_NORLOG_H
@@ -29,7 +29,8 @@ extern "C" {
  */
 int norlog_set_file_path_ext(const char *path, const char *backupPath);
 /**
- * Starts the log. Calls are counted. A folder that cannot be written is told once on standard error.
+ * Starts the log. Calls are counted. A folder that cannot be written is told on standard error, once until the log has
+ * its file again.
  * @return 0, also if lines go to standard error; ENOMEM; EAGAIN if there is no thread for the flushing.
  */
 int norlog_init(void);

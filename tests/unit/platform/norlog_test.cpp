@@ -6,8 +6,10 @@
 #include <cerrno>
 #include <fcntl.h>
 #include <sstream>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "unit/platform/platform_test_support.h"
@@ -291,6 +293,138 @@ TEST_F(NorlogTest, AFolderThatCannotBeMadeIsToldOnce)
               "norlog: cannot write to log folder \"" + folder + "\": Not a directory; logging to standard error");
     EXPECT_THAT(lines[1], EndsWith("[INFO][999][file.cpp:12][Func] one"));
     EXPECT_THAT(lines[2], EndsWith("[ERROR][999][file.cpp:12][Func] two"));
+}
+
+TEST_F(NorlogTest, AFolderThatCanBeMadeLaterGetsTheLog)
+{
+    const std::string blocker = temp_.Path() + "/file";
+    const std::string folder = blocker + "/log";
+    std::ofstream(blocker) << "x";
+    ASSERT_EQ(norlog_set_file_path_ext(folder.c_str(), folder.c_str()), 0);
+    testing::internal::CaptureStderr();
+    ASSERT_EQ(norlog_init(), 0);
+    Log(kInfo, "early");
+
+    ASSERT_TRUE(std::filesystem::remove(blocker));
+    EXPECT_TRUE(WaitFor([&] { return std::filesystem::exists(folder + "/" NORLOG_FILE_NAME); }));
+    Log(kInfo, "late");
+    EXPECT_EQ(norlog_destroy(), 0);
+
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), AllOf(HasSubstr("] early\n"), Not(HasSubstr("late"))));
+    EXPECT_THAT(ReadWhole(folder + "/" NORLOG_FILE_NAME), AllOf(HasSubstr("] late\n"), Not(HasSubstr("early"))));
+}
+
+TEST_F(NorlogTest, AFileThatCannotBeOpenedIsToldAndComesLater)
+{
+    ASSERT_TRUE(std::filesystem::create_directories(File()));
+    testing::internal::CaptureStderr();
+    ASSERT_EQ(norlog_init(), 0);
+
+    ASSERT_TRUE(std::filesystem::remove(File()));
+    EXPECT_TRUE(WaitFor([this] { return std::filesystem::is_regular_file(File()); }));
+    Log(kInfo, "late");
+    EXPECT_EQ(norlog_destroy(), 0);
+
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "norlog: cannot write to log folder \"" + Folder() + "\": Is a directory; logging to standard error\n");
+    EXPECT_THAT(Text(), HasSubstr("] late\n"));
+}
+
+/** What keeps a rotation from opening the new file, and how that ends. */
+struct Trouble {
+    const char *name;
+    const char *reason;
+    void (*begin)(const std::string &folder);
+    void (*end)(const std::string &folder);
+};
+
+static void PrintTo(const Trouble &trouble, std::ostream *out)
+{
+    *out << trouble.name;
+}
+
+/** Allows no more descriptors, and the second time as many as before. */
+[[maybe_unused]] static void SwapDescriptorLimit(const std::string &)
+{
+    static rlim_t other = 0;
+    rlimit limit{};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
+    std::swap(limit.rlim_cur, other);
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+}
+
+static void PutFileInPlaceOf(const std::string &folder)
+{
+    ASSERT_NE(std::filesystem::remove_all(folder), 0U);
+    std::ofstream(folder.substr(0, folder.size() - 1)) << "x";
+}
+
+static void RemoveFileInPlaceOf(const std::string &folder)
+{
+    ASSERT_TRUE(std::filesystem::remove(folder.substr(0, folder.size() - 1)));
+}
+
+class NorlogTroubleTest : public NorlogTest, public ::testing::WithParamInterface<Trouble> {};
+
+TEST_P(NorlogTroubleTest, ARotationThatFailsIsToldAndTheFileComesBack)
+{
+    constexpr int kRounds = 2;
+    const std::string text(400, 't');
+    ASSERT_EQ(norlog_set_file_size(1024), 0);
+    ASSERT_EQ(norlog_init(), 0);
+    testing::internal::CaptureStderr();
+
+    for (int round = 0; round < kRounds; round++) {
+        Log(kInfo, ("one " + text).c_str());
+        Log(kInfo, ("two " + text).c_str());
+        GetParam().begin(Folder());
+        Log(kInfo, ("three " + text).c_str());
+        Log(kInfo, "short");
+        Log(kInfo, ("four " + text).c_str());
+        GetParam().end(Folder());
+        EXPECT_TRUE(WaitFor([this] { return std::filesystem::exists(File()); })) << "round " << round;
+        Log(kInfo, "back");
+    }
+    ASSERT_EQ(norlog_destroy(), 0);
+
+    const std::vector<std::string> lines = LinesOf(testing::internal::GetCapturedStderr());
+    ASSERT_THAT(lines, SizeIs(4 * kRounds)) << "each failure is told once";
+    for (size_t at = 0; at < lines.size(); at += 4) {
+        EXPECT_THAT(lines[at], MatchesRegex("norlog: cannot write to log folder \".*/log/deep/\": .*" +
+                                            std::string(GetParam().reason) + "; logging to standard error"));
+        EXPECT_THAT(lines[at + 1], EndsWith("] three " + text));
+        EXPECT_THAT(lines[at + 2], EndsWith("] short"));
+        EXPECT_THAT(lines[at + 3], EndsWith("] four " + text));
+    }
+    EXPECT_THAT(Text(), EndsWith("] back\n"));
+}
+
+const Trouble kTroubles[] = {
+#ifndef __SANITIZE_ADDRESS__ // whose look at the type of an exception takes a pipe
+    {"NoDescriptor", "Too many open files", SwapDescriptorLimit, SwapDescriptorLimit},
+#endif
+    {"NoFolder", "Not a directory", PutFileInPlaceOf, RemoveFileInPlaceOf},
+};
+
+INSTANTIATE_TEST_SUITE_P(Causes, NorlogTroubleTest, ::testing::ValuesIn(kTroubles),
+                         [](const auto &row) { return row.param.name; });
+
+TEST_F(NorlogTest, ARemovedFolderIsMadeAnewForTheServiceAlone)
+{
+    const mode_t former = umask(022);
+    const std::string text(600, 't');
+    ASSERT_EQ(norlog_set_file_size(1024), 0);
+    ASSERT_EQ(norlog_init(), 0);
+    Log(kError, text.c_str());
+
+    ASSERT_NE(std::filesystem::remove_all(Folder()), 0U);
+    Log(kError, ("second " + text).c_str());
+    (void)umask(former);
+
+    struct stat folder {};
+    ASSERT_EQ(stat(Folder().c_str(), &folder), 0);
+    EXPECT_EQ(folder.st_mode & 0777, 0750U);
+    EXPECT_THAT(Text(), HasSubstr("] second "));
 }
 
 TEST_F(NorlogTest, AFullDiskIsToldOnceAndTheLinesGoToStandardError)
