@@ -17,7 +17,7 @@ namespace {
 /** The host's own work, here: telling which disks there are. */
 void Work()
 {
-    for (uint32_t id = 0; id < DISK_ONLINE_MAX; id++) {
+    for (uint32_t id = 0; id < DISK_ID_MAX; id++) {
         DiskMgrObj disk{};
         if (DiskBaseInfoCliGet(id, &disk, sizeof(disk)) == 0) {
             std::printf("disk %u is online\n", id);

@@ -152,3 +152,8 @@ std::optional<DiskVerdict> ReadDiskVerdict(std::string_view text)
     verdict.suggestion = FieldOf(fields, "Suggestions");
     return verdict;
 }
+
+bool IsLifePredicted(std::string_view type)
+{
+    return type == "SAS SSD" || type == "NVME SSD";
+}

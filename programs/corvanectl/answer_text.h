@@ -62,5 +62,8 @@ struct DiskVerdict {
     std::string suggestion;
 };
 std::optional<DiskVerdict> ReadDiskVerdict(std::string_view text);
+/** Whether the life of such disks is predicted. The server answers "not yet" for those solid-state disks as well for
+ *  which it never will be. */
+bool IsLifePredicted(std::string_view type);
 
 #endif

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "cli/common/CliResultCode.h"
+#include "data_mgr/data_mgr_master/data_mgr_master.h"
 
 using Outcome = Answer::Outcome;
 
@@ -32,12 +33,21 @@ std::string RequestOf(const Question &question)
     return std::string("show ") + CommandOf(question.about) + " disk_id=" + std::to_string(question.id);
 }
 
-Answer Unreadable(const std::string &request)
+bool IsRefusal(const Answer &answer, int code)
 {
-    Answer answer;
-    answer.outcome = Outcome::UNREADABLE;
-    answer.problem = "the answer to \"" + request + "\" cannot be read";
-    return answer;
+    return answer.outcome == Outcome::REFUSED && answer.code == code;
+}
+
+/** The disk has left since it was listed. */
+bool HasLeft(const Answer &answer)
+{
+    return IsRefusal(answer, CORVANE_CLI::CLI_DB_ID_NOT_EXIST);
+}
+
+/** This record of this disk is not there: a disk has no I/O statistics before its agent has sent two samples. */
+bool HasNoRecord(const Answer &answer)
+{
+    return IsRefusal(answer, CORVANE_CLI::CLI_COMMAND_EXEC_FAILED);
 }
 
 /** @return false if the text is none that answers this. */
@@ -46,7 +56,9 @@ bool Take(const Question &question, const std::string &text, Disk &disk)
     switch (question.about) {
     case Question::About::IDENTITY: {
         const auto identity = ReadDiskIdentity(text);
-        disk.identity = identity.value_or(DiskIdentity{});
+        if (identity) {
+            disk.identity = *identity;
+        }
         return identity.has_value();
     }
     case Question::About::VERDICT: {
@@ -79,6 +91,11 @@ Answer Disks::Collect(std::vector<Disk> &disks)
     for (const SummaryRow &row : *rows) {
         Disk &disk = found[row.id];
         disk.id = row.id;
+        disk.identity.serial = row.serial;
+        disk.watched = row.id < static_cast<int>(DATA_MGR_SET_ID_LIMIT);
+        if (!disk.watched) {
+            continue; // every question about it is answered as if there were no such disk
+        }
         const auto known = known_.find(row.id);
         if (known != known_.end() && known->second.serial == row.serial) {
             disk.identity = known->second;
@@ -95,13 +112,16 @@ Answer Disks::Collect(std::vector<Disk> &disks)
     const std::vector<Answer> answers = AskAll(server_, requests);
 
     const auto failed = std::find_if(answers.begin(), answers.end(), [](const Answer &answer) {
-        return answer.outcome != Outcome::DONE && answer.code != CORVANE_CLI::CLI_DB_ID_NOT_EXIST &&
+        return answer.outcome != Outcome::DONE && !HasLeft(answer) && !HasNoRecord(answer) &&
                !(answer.outcome == Outcome::NO_CONNECTION && answer.problem.empty()); // not asked any more
     });
     if (failed != answers.end()) {
         return *failed;
     }
     for (size_t i = 0; i < answers.size(); i++) {
+        if (HasNoRecord(answers[i])) {
+            continue;
+        }
         if (answers[i].outcome != Outcome::DONE) {
             found.erase(questions[i].id);
             continue;
@@ -112,8 +132,13 @@ Answer Disks::Collect(std::vector<Disk> &disks)
         }
     }
     known_.clear();
-    for (const auto &[id, disk] : found) {
-        known_[id] = disk.identity;
+    for (auto &[id, disk] : found) {
+        if (!disk.identity.type.empty()) {
+            known_[id] = disk.identity;
+            if (disk.verdict.prediction == "pending" && !IsLifePredicted(disk.identity.type)) {
+                disk.verdict.prediction = "none";
+            }
+        }
         disks.push_back(disk);
     }
     return summary;

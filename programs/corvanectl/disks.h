@@ -14,6 +14,8 @@
 
 struct Disk {
     int id = -1;
+    bool watched = true; ///< false: the service keeps no records of this identifier
+    /** What cannot be told of this disk at present is empty; the serial number is always there. */
     DiskIdentity identity;
     DiskVerdict verdict;
     std::optional<double> utilization; ///< percent; only where it was asked for
@@ -25,7 +27,8 @@ public:
     Disks(Server server, bool withIo) : server_(std::move(server)), withIo_(withIo) {}
 
     /**
-     * Ask for all of them. A disk that leaves in between is left out. What identifies a disk is asked for once.
+     * Ask for all of them. A disk that leaves in between is left out; one whose record cannot be told keeps its place.
+     * What identifies a disk is asked for once, and nothing about a disk that is not watched.
      * @param[out] disks By identifier.
      * @return the answer that failed, or one that is DONE.
      */

@@ -3,23 +3,42 @@
 #include <array>
 #include <cstdio>
 
+#include "cli/common/ConfigMgr.h"
 #include "cli/common/ErrorCode.h"
 #include "config/corvane_prefix_path.h"
 #include "exit_codes.h"
 
+using CORVANE_CLI::ConfigMgr;
+using CORVANE_CLI::ConfigNode;
 using CORVANE_CLI::ErrorCode;
 using Outcome = Answer::Outcome;
 
 namespace {
 
+/** The settings' folder is closed to those who most need to read why they were refused; this copy is everybody's. */
+constexpr const char *kOpenCatalogue = "/share/corvane/error_en.xml";
+
 std::string g_ownPrefix;
 
-/** @return empty if the catalogue that is loaded does not know the code. */
+/** @return empty if the prefix's catalogue does not know the code. */
 std::string TextOf(int code)
 {
     const auto &catalogue = ErrorCode::GetErrorCode();
     const auto entry = catalogue.find(code);
     return entry != catalogue.end() ? entry->second.GetMessage("") : "";
+}
+
+/** @return empty if the copy beside the program does not know the code. */
+std::string OpenTextOf(int code)
+{
+    ConfigMgr catalogue;
+    (void)catalogue.ReadConfig(g_ownPrefix + kOpenCatalogue); // a missing file is an empty catalogue
+    const ConfigNode errors = catalogue.GetConfig().Get("root").Get("errors");
+    ConfigNode error = errors.Get("error").WithAttr("id", std::to_string(code));
+    return error.Size() == 0 ? ""
+                             : ErrorCode(code, error.Get("reason").GetAttr("description"),
+                                         error.Get("suggestions").Get("suggestion").GetAttr("description"))
+                                   .GetMessage("");
 }
 
 std::string Hex(int code)
@@ -45,11 +64,11 @@ void SetCataloguePrefix(const std::string &prefix, const std::string &own)
 std::string Explanation(int code)
 {
     std::string text = TextOf(code);
-    if (text.empty() && g_ownPrefix != GetPrefixPath() && SetPrefixPath(g_ownPrefix.c_str()) == 0) {
-        ErrorCode::m_hasInit = false;
-        text = TextOf(code);
+    if (text.empty()) {
+        text = OpenTextOf(code);
     }
-    return !text.empty() ? text : "no text for code " + std::to_string(code) + "; is config/error_en.xml installed?\n";
+    return !text.empty() ? text
+                         : "no text for code " + std::to_string(code) + "; is share/corvane/error_en.xml installed?\n";
 }
 
 int ExplainFailure(const Answer &answer, const Server &server, std::string &text)
@@ -75,7 +94,8 @@ int ExplainFailure(const Answer &answer, const Server &server, std::string &text
         text = "the server was busy for " + Seconds(server.timeoutSeconds) + "\n" + code;
         return EXIT_CODE_NO_ANSWER;
     default:
-        text = answer.problem + "\n";
+        text = answer.problem + "\nSuggestion:Try again. If it stays so, compare corvanectl --version with corvaned "
+                                "--version: both must be of one version.\n";
         return EXIT_CODE_OTHER;
     }
 }

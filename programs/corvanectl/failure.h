@@ -9,7 +9,8 @@
 
 #include "server.h"
 
-/** Where causes and suggestions come from: the catalogue of the prefix, else that beside the program. */
+/** Where causes and suggestions come from: the catalogue in config/ of the prefix, else the open copy in share/corvane/
+ *  of the program's own. */
 void SetCataloguePrefix(const std::string &prefix, const std::string &own);
 
 /** Cause and suggestion of a code, a line each; a line that names the number if nobody knows it. */

@@ -13,7 +13,7 @@ Shows the disks that corvaned watches on this node, their verdicts and what to d
 its settings. A change holds at once and after a restart.
 
   list                     a row for each disk: state, score, life that is left, what to do
-  watch                    the same, live, with utilisation; Ctrl-C ends
+  watch                    state, score, life that is left and utilisation, live; Ctrl-C ends
   show summary             identifiers and serial numbers of the disks
   show slowdisk            the slow disks
   show disk_info           identity of a disk: disk_id=N
@@ -29,7 +29,7 @@ its settings. A change holds at once and after a restart.
   -s, --socket PATH        corvaned's socket (default: config/CLI_UDS.unix below the prefix)
   -t, --timeout SECONDS    wait this long for an answer, 1 to 3600 (default: 10)
   -j, --json               print JSON, for list, watch and every show
-  -i, --interval SECONDS   of watch, 1 to 3600 (default: 3)
+  -i, --interval SECONDS   pause of watch after each refresh, 1 to 3600 (default: 3)
   -n, --count N            end a watch after so many refreshes (default: never)
   -h, --help               print this text, or that of the command, and exit
   -V, --version            print the version and exit
@@ -49,17 +49,19 @@ struct CommandHelp {
 constexpr std::array<CommandHelp, 16> kCommands{{
     {"list", "", R"(corvanectl list
   A row for each online disk: identifier, device, type, slot, model, serial number, state, health score (0 to 100,
-  100 is best), months of life that are left, and what to do. "-" where a disk has no such value, "?" where there is
-  none yet. On a terminal that is too narrow the model is cut, marked "~", and what to do stands below the disks
-  that are not normal.
+  100 is best), months of life that are left, and what to do. "-" where a disk has no such value: only SAS SSDs and
+  NVMe disks get a score and months. "?" where there is none yet, or no record of it. On a terminal that is too narrow
+  the model is cut, marked "~", and what to do stands below the disks that are not normal. A disk with an identifier
+  above 63 has only its serial number: see corvanectl(1), CAVEATS.
   Examples:
     corvanectl list
     corvanectl list --json
 )"},
     {"watch", "", R"(corvanectl watch [--interval SECONDS] [--count N]
   A live table of the online disks, those in trouble first: state, health score, months of life that are left, and
-  percent of the time with a request in flight. Without a terminal it prints a table for each refresh. SECONDS is 1
-  to 3600, 3 unless given: corvaned's records are not newer. N ends the watch after so many tables, up to 1000000.
+  percent of the time with a request in flight, "?" without I/O statistics. Without a terminal it prints a table for
+  each refresh. It pauses for SECONDS after each, 1 to 3600, 3 unless given: corvaned's records are not newer. N ends
+  the watch after so many tables, up to 1000000; Ctrl-C and SIGTERM end it at any time, with status 0.
   Examples:
     corvanectl watch
     corvanectl watch --interval 10 --json
@@ -81,19 +83,22 @@ constexpr std::array<CommandHelp, 16> kCommands{{
     corvanectl show disk_info disk_id=3
 )"},
     {"show", "iostat_info", R"(corvanectl show iostat_info disk_id=N
-  I/O of a disk in the last three seconds: operations and bandwidth, average delays, queue, utilisation.
+  I/O of a disk in the last three seconds: operations and bandwidth, average delays, queue, utilisation. It is refused
+  with code 0x4003690C until the disk's agent has sent two samples of its counters.
   N is the disk's identifier, 0 to 63; corvanectl list shows those there are.
   Example:
     corvanectl show iostat_info disk_id=3
 )"},
     {"show", "smart_info", R"(corvanectl show smart_info disk_id=N
   Hours of power and percent of wear of a disk. The fraction of the percentage counts hundredths: 12.5 means 12.05.
+  Both are 0 as long as there is no health record of the disk.
   N is the disk's identifier, 0 to 63; corvanectl list shows those there are.
   Example:
     corvanectl show smart_info disk_id=3
 )"},
     {"show", "drm_info", R"(corvanectl show drm_info disk_id=N
-  Verdict on a disk: health score, months of life that are left (solid-state disks only), state, what to do.
+  Verdict on a disk: health score, months of life that are left, state, what to do. Score and months are for SAS SSDs
+  and NVMe disks; of SATA SSDs the text says "No predictions yet" for ever, and --json "none".
   N is the disk's identifier, 0 to 63; corvanectl list shows those there are.
   Example:
     corvanectl show drm_info disk_id=3
@@ -122,6 +127,8 @@ constexpr std::array<CommandHelp, 16> kCommands{{
     {"change", "config", R"(corvanectl change config feature_switch=on|off
 corvanectl change config takeover_disk_switch=on|off
   Turn watching disks, or handing new NVMe disks to the user-space storage service, on or off. One switch at a time.
+  While feature_switch is off no disk is shown and there are no verdicts; the registry of disks stays, with identifiers
+  and states, and with feature_switch=on the disks are shown again and their records collected anew.
   Examples:
     corvanectl change config feature_switch=on
     corvanectl change config takeover_disk_switch=off
@@ -130,7 +137,8 @@ corvanectl change config takeover_disk_switch=on|off
 corvanectl change slowdisk_detect_config disk_type=T min_slow_cycle=C
   When a disk counts as slow: at least N milliseconds for an operation, in C samples. One of the two at a time.
   T  0 SATA SSD, 1 SAS SSD, 2 NVMe, 3 SAS hard disks
-  N  milliseconds: 1 to 10, for hard disks 1 to 500; the low 8 bits count, so stay below 256
+  N  milliseconds: 1 to 10, for hard disks 1 to 255; numbers up to 500 are taken, but of those above 255 only the low
+     8 bits act: 300 acts as 44, and 256, which has none, is refused
   C  samples, one every three seconds: 10 to 100
   Examples:
     corvanectl change slowdisk_detect_config disk_type=3 min_threshold_value=100
@@ -144,7 +152,7 @@ corvanectl change slowdisk_detect_config disk_type=T min_slow_cycle=C
     corvanectl change dpr_smart disk_type=0 task_cycle=20
 )"},
     {"change", "disklife_prediction", R"(corvanectl change disklife_prediction task_cycle=S
-  Predict the life that is left every S seconds.
+  Predict the life that is left every S seconds; one cycle for all types of disks.
   S  seconds: 60 to 7776000, 90 days
   Example:
     corvanectl change disklife_prediction task_cycle=86400

@@ -10,6 +10,8 @@ namespace {
 
 using Words = std::vector<std::string>;
 
+constexpr const char *kPrediction = "prediction";
+
 /** Classes of disks in the settings, by the number that "change" takes. */
 constexpr std::array<const char *, 4> kClasses = {"sata_ssd_disk", "sas_ssd_disk", "nvme_disk", "sas_hdd"};
 
@@ -143,7 +145,7 @@ bool AddVerdict(cJSON *object, const Words &words, const std::string &text)
         return false;
     }
     AddDiskId(object, words);
-    AddText(object, "prediction", verdict->prediction);
+    AddText(object, kPrediction, verdict->prediction);
     AddOptional(object, "score", verdict->score);
     AddOptional(object, "life_months", verdict->lifeMonths);
     AddText(object, "state", verdict->state);
@@ -240,6 +242,36 @@ CJsonPtr JsonOf(const Words &words, const std::string &text)
     CJsonPtr object(cJSON_CreateObject());
     const Form *form = FormOf(words);
     return form != nullptr && form->add(object.get(), words, text) ? std::move(object) : nullptr;
+}
+
+bool TellsPending(const cJSON *answer)
+{
+    const char *prediction = cJSON_GetStringValue(cJSON_GetObjectItemCaseSensitive(answer, kPrediction));
+    return prediction != nullptr && std::string_view(prediction) == "pending";
+}
+
+void TellNoPrediction(cJSON *answer)
+{
+    (void)cJSON_ReplaceItemInObjectCaseSensitive(answer, kPrediction, cJSON_CreateString("none"));
+}
+
+void AddOptional(cJSON *object, const char *key, const std::optional<uint64_t> &value)
+{
+    if (value) {
+        // Not as a number of the tree: that is a double, which has no room for all digits above 2^53.
+        (void)cJSON_AddRawToObject(object, key, std::to_string(*value).c_str());
+    } else {
+        (void)cJSON_AddNullToObject(object, key);
+    }
+}
+
+void AddOptional(cJSON *object, const char *key, const std::optional<double> &value)
+{
+    if (value) {
+        (void)cJSON_AddNumberToObject(object, key, *value);
+    } else {
+        (void)cJSON_AddNullToObject(object, key);
+    }
 }
 
 void AddText(cJSON *object, const char *key, const std::string &text)

@@ -5,6 +5,8 @@
 #ifndef CORVANECTL_JSON_ANSWERS_H
 #define CORVANECTL_JSON_ANSWERS_H
 
+#include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -15,16 +17,15 @@ bool HasJsonForm(const std::vector<std::string> &words);
 /** @return null if the text is not what this request is answered with. */
 CJsonPtr JsonOf(const std::vector<std::string> &words, const std::string &text);
 
-/** Adds a member; without a value it is null. */
-template <typename Number>
-void AddOptional(cJSON *object, const char *key, const Number &value)
-{
-    if (value) {
-        (void)cJSON_AddNumberToObject(object, key, static_cast<double>(*value));
-    } else {
-        (void)cJSON_AddNullToObject(object, key);
-    }
-}
+/** Whether this tells of a life that is not predicted yet. */
+bool TellsPending(const cJSON *answer);
+/** It never will be: corrects that. */
+void TellNoPrediction(cJSON *answer);
+
+/** Adds a whole number, digit for digit; without a value it is null. */
+void AddOptional(cJSON *object, const char *key, const std::optional<uint64_t> &value);
+/** Adds a decimal; without a value it is null. */
+void AddOptional(cJSON *object, const char *key, const std::optional<double> &value);
 /** Adds a text; an empty one is null. */
 void AddText(cJSON *object, const char *key, const std::string &text);
 /** @return the new last element of an array. */

@@ -12,6 +12,7 @@
 #include "help.h"
 #include "json_answers.h"
 #include "options.h"
+#include "request_keys.h"
 #include "screen.h"
 #include "server.h"
 #include "views.h"
@@ -42,23 +43,44 @@ int Print(const std::string &text)
     return problem.empty() ? EXIT_CODE_OK : Fail(EXIT_CODE_OTHER, problem + "\n");
 }
 
+/** @return the answer, or the one that failed. */
+Answer AskForJson(const Server &server, const std::vector<std::string> &words, CJsonPtr &tree)
+{
+    const std::string request = RequestText(words);
+    Answer answer = Ask(server, request);
+    if (answer.outcome != Answer::Outcome::DONE) {
+        return answer;
+    }
+    tree = JsonOf(words, answer.text);
+    if (tree == nullptr) {
+        return Unreadable(request);
+    }
+    if (!TellsPending(tree.get())) {
+        return answer;
+    }
+    // Whether a life will ever be predicted is a matter of the type, which this answer does not hold.
+    const std::string identityRequest = "show disk_info " + words.back();
+    answer = Ask(server, identityRequest);
+    const auto identity = ReadDiskIdentity(answer.text);
+    if (answer.outcome == Answer::Outcome::DONE && !identity) {
+        return Unreadable(identityRequest);
+    }
+    if (identity && !IsLifePredicted(identity->type)) {
+        TellNoPrediction(tree.get());
+    }
+    return answer;
+}
+
 int Request(const Server &server, const Options &options)
 {
-    std::string request;
-    for (const std::string &word : options.words) {
-        request += (request.empty() ? "" : " ") + word;
+    if (options.json) {
+        CJsonPtr tree;
+        const Answer answer = AskForJson(server, options.words, tree);
+        return answer.outcome == Answer::Outcome::DONE ? Print(Printed(tree.get())) : Failed(answer, server);
     }
-    const Answer answer = Ask(server, request);
-    if (answer.outcome != Answer::Outcome::DONE) {
-        const int printed = options.json ? EXIT_CODE_OK : Print(answer.text);
-        return printed == EXIT_CODE_OK ? Failed(answer, server) : printed;
-    }
-    if (!options.json) {
-        return Print(answer.text);
-    }
-    const CJsonPtr tree = JsonOf(options.words, answer.text);
-    return tree != nullptr ? Print(Printed(tree.get()))
-                           : Fail(EXIT_CODE_OTHER, "the answer to \"" + request + "\" cannot be read\n");
+    const Answer answer = Ask(server, RequestText(options.words));
+    const int printed = Print(answer.text); // a refusal may have a text as well
+    return printed != EXIT_CODE_OK || answer.outcome == Answer::Outcome::DONE ? printed : Failed(answer, server);
 }
 
 int List(const Server &server, const Options &options)
@@ -74,6 +96,9 @@ int List(const Server &server, const Options &options)
     std::string text;
     for (const std::string &row : ListTable(disks, Screen().TablePage())) {
         text += row + "\n";
+    }
+    if (const std::string note = TableNote(disks); !note.empty()) {
+        text += note + "\n";
     }
     return Print(text);
 }

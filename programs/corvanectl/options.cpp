@@ -2,24 +2,18 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <string_view>
 
 #include "cli/common/CliUdsComm.h"
+#include "cli/common/XmlModule.h"
 #include "help.h"
 #include "json_answers.h"
+#include "request_keys.h"
 
 namespace {
 
 constexpr int kSecondsMax = 3600;
 constexpr int kCountMax = 1000000;
-
-std::string Joined(const std::vector<std::string> &words)
-{
-    std::string text;
-    for (const std::string &word : words) {
-        text += (text.empty() ? "" : " ") + word;
-    }
-    return text;
-}
 
 /** Takes the words that are commands of the client's own. @return what is wrong with the words, or nothing. */
 std::string TakeAction(Options &options)
@@ -38,6 +32,9 @@ std::string TakeAction(Options &options)
         options.action = first == "list" ? Options::Action::LIST : Options::Action::WATCH;
         return words.size() == 1 ? "" : first + " takes no words behind it, but got " + words[1];
     }
+    if (const std::vector<std::string> split = WordsOfRequest(words); KnowsKeys(split)) {
+        words = split;
+    }
     return "";
 }
 
@@ -48,7 +45,10 @@ std::string CheckRequest(const Options &options)
     if (!std::all_of(words.begin(), words.end(), [](const std::string &word) { return !word.empty(); })) {
         return "a word of the command is empty";
     }
-    if (!IsCmdStrSecurity(Joined(words))) {
+    if (RequestText(words).size() > CORVANE_CLI::XmlModule::PARAM_LEN_MAX) {
+        return "the command is longer than 1 MiB";
+    }
+    if (!IsCmdStrSecurity(RequestText(words))) {
         return "the command holds a character that is not sent: one of | ; & $ > < ` \\ ! \" or a line end";
     }
     if (words.size() < 2) {
@@ -58,16 +58,32 @@ std::string CheckRequest(const Options &options)
         return "the action " + words.front() + " is longer than 9 characters";
     }
     if (options.json && !HasJsonForm(words)) {
-        return "--json goes with list, watch and the show commands, not with " + Joined(words);
+        return "--json goes with list, watch and the show commands, not with " + RequestText(words);
     }
     return "";
+}
+
+std::string RefuseEmpty(std::string &text)
+{
+    return text.empty() ? "the path is empty" : "";
+}
+
+/** What stands behind "--prefix=" is its value even if that is nothing; the parser would take the next word. */
+void RefuseBareEquals(int argc, char **argv)
+{
+    for (int i = 1; i < argc; i++) {
+        const std::string_view word = argv[i];
+        if (word == "--prefix=" || word == "--socket=") {
+            throw CLI::ValidationError(std::string(word.substr(0, word.size() - 1)), "the path is empty");
+        }
+    }
 }
 
 std::string Check(const Options &options)
 {
     switch (options.action) {
     case Options::Action::HELP:
-        return HelpFor(options.words).empty() ? "no help for " + Joined(options.words) : "";
+        return HelpFor(options.words).empty() ? "no help for " + RequestText(options.words) : "";
     case Options::Action::REQUEST:
         return CheckRequest(options);
     default:
@@ -85,8 +101,9 @@ bool ParseOptions(int argc, char **argv, Options &options, std::string &error)
     app.set_help_flag();
     app.add_flag("-h,--help", help);
     app.add_flag("-V,--version", version);
-    app.add_option("-p,--prefix", options.prefix);
-    app.add_option("-s,--socket", options.socket);
+    const CLI::Validator path(RefuseEmpty, "");
+    app.add_option("-p,--prefix", options.prefix)->check(path);
+    app.add_option("-s,--socket", options.socket)->check(path);
     const auto seconds = CLI::Range(1, kSecondsMax).description("1 to 3600");
     app.add_option("-t,--timeout", options.timeoutSeconds)->check(seconds)->type_name("SECONDS");
     app.add_flag("-j,--json", options.json);
@@ -95,6 +112,7 @@ bool ParseOptions(int argc, char **argv, Options &options, std::string &error)
     const CLI::Option *count = app.add_option("-n,--count", options.count)->check(CLI::Range(1, kCountMax));
     app.add_option("words", options.words);
     try {
+        RefuseBareEquals(argc, argv);
         app.parse(argc, argv);
     } catch (const CLI::ParseError &problem) {
         error = std::string(problem.what()) + "; see corvanectl --help";
@@ -108,6 +126,7 @@ bool ParseOptions(int argc, char **argv, Options &options, std::string &error)
         options.action = Options::Action::HELP;
         return true;
     }
+    std::string page = "--help";
     error = TakeAction(options);
     if (help) {
         options.action = Options::Action::HELP;
@@ -119,8 +138,12 @@ bool ParseOptions(int argc, char **argv, Options &options, std::string &error)
     if (error.empty() && options.action != Options::Action::WATCH && (interval->count() > 0 || count->count() > 0)) {
         error = "--interval and --count go with watch";
     }
+    if (error.empty() && options.action == Options::Action::REQUEST) {
+        error = CheckKeys(options.words);
+        page = "help " + options.words[0] + " " + options.words[1];
+    }
     if (!error.empty()) {
-        error += "; see corvanectl --help";
+        error += "; see corvanectl " + page;
     }
     return error.empty();
 }

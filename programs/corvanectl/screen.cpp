@@ -18,6 +18,8 @@ namespace {
 
 constexpr std::string_view kBegin = "\033[?25l\033[?7l\033[2J"; // no cursor, no wrapping, an empty screen
 constexpr std::string_view kEnd = "\r\033[K\033[?7h\033[?25h";  // without the keys that the terminal has shown
+/** 64 disks take less than half of it. */
+constexpr size_t kPieceSize = 65536;
 constexpr const char *kHome = "\033[H";
 constexpr const char *kLineEnd = "\033[K\n";
 constexpr const char *kRestEmpty = "\033[J";
@@ -71,6 +73,17 @@ Page Screen::TablePage() const
     return {isatty(STDOUT_FILENO) != 0 ? Size().columns : 0, coloured_};
 }
 
+void EndOnSignals()
+{
+    for (const int signal : {SIGINT, SIGTERM}) {
+        struct sigaction action = {};
+        // A shell that puts a job into the background shields it from the keyboard; that stays.
+        if (sigaction(signal, nullptr, &action) == 0 && action.sa_handler != SIG_IGN) {
+            Handle(signal, OnEnd);
+        }
+    }
+}
+
 void BeginFrames()
 {
     // It comes while the program sleeps, not between the look at the window and the sleep.
@@ -108,6 +121,12 @@ bool SleepUnlessResized(int seconds)
     (void)pthread_sigmask(SIG_SETMASK, nullptr, &open);
     (void)sigdelset(&open, SIGWINCH);
     return ppoll(nullptr, 0, &time, &open) == 0;
+}
+
+void WriteAtOnce()
+{
+    static std::array<char, kPieceSize> buffer; // as long as the stream
+    (void)std::setvbuf(stdout, buffer.data(), _IOFBF, buffer.size());
 }
 
 std::string FlushOutput()

@@ -30,6 +30,9 @@ private:
     bool coloured_;
 };
 
+/** From now on SIGINT and SIGTERM, if they are not ignored, end the program with status 0. */
+void EndOnSignals();
+
 /**
  * From now on frames replace each other on the terminal. SIGINT, SIGTERM and SIGHUP put it back and end the program
  * with status 0.
@@ -42,6 +45,9 @@ std::string Frame(const std::vector<std::string> &lines);
 /** Sleeps, or until the window changes. @return whether the time is up. */
 bool SleepUnlessResized(int seconds);
 
+/** To be called before anything is written: what stands between two FlushOutput() goes out in one piece, so that a
+ *  signal does not leave half of it. */
+void WriteAtOnce();
 /** @return what is wrong with standard output, or nothing. */
 std::string FlushOutput();
 

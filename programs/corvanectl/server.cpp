@@ -187,18 +187,26 @@ Answer AskOnce(const Server &server, const std::string &document, const std::str
 
 } // namespace
 
+Answer Unreadable(const std::string &request)
+{
+    return Failed(Outcome::UNREADABLE, "the answer to \"" + request + "\" cannot be read");
+}
+
 Answer Ask(const Server &server, const std::string &request)
 {
     CORVANE_CLI::XmlModule xml;
     const std::string document = xml.CliCMDtoXml(kCommandElement, request);
     if (document.empty()) {
-        return Failed(Outcome::UNREADABLE, "the request is too long");
+        return Failed(Outcome::UNREADABLE, "there is no memory for the request");
     }
     const std::string action = request.substr(0, request.find(' '));
     const Clock::time_point deadline = Clock::now() + std::chrono::seconds(server.timeoutSeconds);
     milliseconds pause = kPauseMin;
     for (int tries = 1;; tries++) {
         Answer answer = AskOnce(server, document, action, deadline);
+        if (answer.outcome == Outcome::NO_ANSWER && tries > 1) {
+            return Failed(Outcome::BUSY, "", CORVANE_CLI::CLI_TASK_MAX_ERROR); // the last try had little time
+        }
         if (answer.outcome != Outcome::BUSY || Clock::now() + pause >= deadline) {
             return answer;
         }

@@ -29,6 +29,9 @@ struct Server {
     int timeoutSeconds = 0;
 };
 
+/** What stands for an answer whose text is none to this request. */
+Answer Unreadable(const std::string &request);
+
 /** One request: "ACTION COMMAND KEY=VALUE...". While the server is busy it is repeated, until the time is up. */
 Answer Ask(const Server &server, const std::string &request);
 

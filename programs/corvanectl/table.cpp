@@ -29,11 +29,11 @@ std::string Painted(const std::string &text, const char *code, const Page &page)
     return page.coloured && *code != '\0' ? code + text + kPlain : text;
 }
 
-std::string Cut(std::string text, size_t width)
+std::string Cut(std::string text, size_t width, bool tail)
 {
     if (text.size() > width) {
-        text.resize(width);
-        text.back() = kCutMark;
+        text = tail ? text.substr(text.size() - width) : text.substr(0, width);
+        (tail ? text.front() : text.back()) = kCutMark;
     }
     return text;
 }
@@ -82,12 +82,11 @@ private:
             folded_ = true;
             widths_.pop_back();
         }
-        const auto shrinking =
-            std::find_if(columns_.begin(), columns_.end(), [](const Column &c) { return c.shrinks; });
-        if (Width() > page_.width && shrinking != columns_.end()) {
-            size_t &width = widths_[static_cast<size_t>(shrinking - columns_.begin())];
-            const size_t excess = Width() - page_.width;
-            width = std::max(shrinking->head.size(), width > excess ? width - excess : 0);
+        for (size_t c = 0; c < widths_.size() && Width() > page_.width; c++) {
+            if (columns_[c].shrinks) {
+                const size_t excess = Width() - page_.width;
+                widths_[c] = std::max(columns_[c].head.size(), widths_[c] > excess ? widths_[c] - excess : 0);
+            }
         }
     }
 
@@ -96,7 +95,7 @@ private:
         std::string line;
         size_t pending = 0; // blanks, of which none end a line
         for (size_t c = 0; c < widths_.size(); c++) {
-            const std::string text = Cut(row[c].text, widths_[c]);
+            const std::string text = Cut(row[c].text, widths_[c], columns_[c].tail);
             const size_t room = widths_[c] - text.size();
             if (!text.empty()) {
                 line += std::string(pending + (columns_[c].right ? room : 0), ' ');

@@ -13,8 +13,9 @@ enum class Colour { NONE, YELLOW, RED, GREY };
 struct Column {
     std::string head;
     bool right = false;   ///< alignment
-    bool shrinks = false; ///< is cut where room is missing; of one column at most
+    bool shrinks = false; ///< is cut where room is missing, the left ones first
     bool folds = false;   ///< stands below the row where room is missing; only of the last column
+    bool tail = false;    ///< of what is cut the end stays
 };
 
 struct Cell {

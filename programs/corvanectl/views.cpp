@@ -4,6 +4,7 @@
 #include <array>
 #include <cstdio>
 #include <string_view>
+#include <utility>
 
 #include "json_answers.h"
 
@@ -18,9 +19,10 @@ size_t RankOf(const std::string &state)
     return at != kStates.end() ? static_cast<size_t>(at - kStates.begin()) + 1 : 0;
 }
 
-Cell Text(const std::string &text)
+Cell Text(const Disk &disk, const std::string &text)
 {
-    return {text.empty() ? "-" : text, Colour::NONE};
+    // Every disk has a type: without one nothing is known of it.
+    return {!text.empty() ? text : disk.identity.type.empty() ? "?" : "-", Colour::NONE};
 }
 
 Cell State(const Disk &disk)
@@ -31,6 +33,14 @@ Cell State(const Disk &disk)
                           : state == "offline"                    ? Colour::GREY
                                                                   : Colour::NONE;
     return {state.empty() ? "?" : state, colour};
+}
+
+Cell Suggestion(const Disk &disk)
+{
+    if (disk.verdict.prediction.empty()) { // there is no verdict
+        return {"?", Colour::NONE, true};
+    }
+    return {disk.verdict.suggestion, State(disk).colour, disk.verdict.state == "normal"};
 }
 
 Cell Predicted(const Disk &disk, const std::string &text)
@@ -68,6 +78,7 @@ void AddId(cJSON *object, const Disk &disk)
 
 void AddVerdict(cJSON *object, const Disk &disk)
 {
+    (void)cJSON_AddBoolToObject(object, "watched", static_cast<cJSON_bool>(disk.watched));
     AddText(object, "state", disk.verdict.state);
     AddText(object, "prediction", disk.verdict.prediction);
     AddOptional(object, "score", disk.verdict.score);
@@ -88,15 +99,15 @@ std::vector<std::string> ListTable(const std::vector<Disk> &disks, const Page &p
     for (const Disk &disk : disks) {
         const DiskIdentity &identity = disk.identity;
         rows.push_back({{std::to_string(disk.id), Colour::NONE},
-                        Text(identity.device),
-                        Text(identity.type),
-                        Text(identity.slot ? std::to_string(*identity.slot) : ""),
-                        Text(identity.model),
-                        Text(identity.serial),
+                        Text(disk, identity.device),
+                        Text(disk, identity.type),
+                        Text(disk, identity.slot ? std::to_string(*identity.slot) : ""),
+                        Text(disk, identity.model),
+                        Text(disk, identity.serial),
                         State(disk),
                         Score(disk),
                         Life(disk),
-                        {disk.verdict.suggestion, State(disk).colour, disk.verdict.state == "normal"}});
+                        Suggestion(disk)});
     }
     return LayOut(columns, rows, page);
 }
@@ -119,18 +130,19 @@ CJsonPtr ListJson(const std::vector<Disk> &disks)
 
 std::vector<std::string> WatchTable(const std::vector<Disk> &disks, const Page &page)
 {
-    // The last column has room for all of a hundred percent: the table must not jump.
+    // The last column has room for all of a hundred percent: the table must not jump. Serial numbers of one batch
+    // differ in their last digits.
     static const std::vector<Column> columns = {{"ID", true, false, false},      {"DEVICE", false, false, false},
-                                                {"TYPE", false, true, false},    {"SERIAL", false, false, false},
+                                                {"TYPE", false, true, false},    {"SERIAL", false, true, false, true},
                                                 {"STATE", false, false, false},  {"SCORE", true, false, false},
                                                 {"LIFE mo", true, false, false}, {"   UTIL", true, false, false}};
     std::vector<std::vector<Cell>> rows;
     rows.reserve(disks.size());
     for (const Disk &disk : disks) {
         rows.push_back({{std::to_string(disk.id), Colour::NONE},
-                        Text(disk.identity.device),
-                        Text(disk.identity.type),
-                        Text(disk.identity.serial),
+                        Text(disk, disk.identity.device),
+                        Text(disk, disk.identity.type),
+                        Text(disk, disk.identity.serial),
                         State(disk),
                         Score(disk),
                         Life(disk),
@@ -169,8 +181,23 @@ std::string Counts(const std::vector<Disk> &disks)
     return text;
 }
 
+std::string TableNote(const std::vector<Disk> &disks)
+{
+    if (disks.empty()) {
+        return "No disk: feature_switch is off (corvanectl show config) or no agent reports one";
+    }
+    const auto count = std::count_if(disks.begin(), disks.end(), [](const Disk &disk) { return !disk.watched; });
+    if (count == 0) {
+        return "";
+    }
+    return std::to_string(count) + (count == 1 ? " disk is" : " disks are") +
+           " not watched: identifiers above 63 get no records, no verdict";
+}
+
 void SortByTrouble(std::vector<Disk> &disks)
 {
-    std::stable_sort(disks.begin(), disks.end(),
-                     [](const Disk &a, const Disk &b) { return RankOf(a.verdict.state) < RankOf(b.verdict.state); });
+    const auto rank = [](const Disk &disk) {
+        return std::pair(RankOf(disk.watched ? disk.verdict.state : "normal"), disk.watched);
+    };
+    std::stable_sort(disks.begin(), disks.end(), [&](const Disk &a, const Disk &b) { return rank(a) < rank(b); });
 }

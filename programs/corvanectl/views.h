@@ -20,9 +20,11 @@ CJsonPtr ListJson(const std::vector<Disk> &disks);
 std::vector<std::string> WatchTable(const std::vector<Disk> &disks, const Page &page);
 /** @param time Local, as a text. */
 CJsonPtr WatchJson(const std::vector<Disk> &disks, const std::string &time);
-/** "12 disks: 9 normal, 1 fault, 1 prefail, 1 slow". */
+/** "12 disks: 9 normal, 1 slow, 1 prefail, 1 fault". */
 std::string Counts(const std::vector<Disk> &disks);
-/** Those in trouble first, by identifier among each other. */
+/** A line below a table: why it is empty, or why rows hold "?" alone; nothing where neither is so. */
+std::string TableNote(const std::vector<Disk> &disks);
+/** Those in trouble first, then those that are not watched; by identifier among each other. */
 void SortByTrouble(std::vector<Disk> &disks);
 
 #endif

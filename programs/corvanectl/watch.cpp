@@ -42,19 +42,27 @@ std::string Plain(const Sight &sight, const Page &page)
     for (const std::string &row : WatchTable(sight.disks, page)) {
         text += row + "\n";
     }
+    if (const std::string note = TableNote(sight.disks); !note.empty()) {
+        text += note + "\n";
+    }
     return text + "\n";
 }
 
 /** The disks stay as they were last seen while there is no answer; @p trouble says so. */
 std::string Live(const Sight &sight, const Screen &screen, const Options &options, const std::string &trouble)
 {
-    const size_t room = Screen::Size().lines > kLinesAround + 1 ? Screen::Size().lines - kLinesAround : 1;
+    const std::string note = TableNote(sight.disks);
+    const size_t around = kLinesAround + (note.empty() ? 0 : 1);
+    const size_t room = Screen::Size().lines > around + 1 ? Screen::Size().lines - around : 1;
     std::vector<std::string> lines = WatchTable(sight.disks, screen.TablePage());
     const size_t hidden = lines.size() > room + 1 ? lines.size() - room - 1 : 0;
     lines.resize(lines.size() - hidden);
     lines.insert(lines.begin(), Title(sight));
+    if (!note.empty()) {
+        lines.push_back(note);
+    }
     std::string footer = hidden > 0 ? std::to_string(hidden) + " more disks, normal ones last; " : "";
-    footer += "every " + std::to_string(options.intervalSeconds) + " s, Ctrl-C ends";
+    footer += "pauses " + std::to_string(options.intervalSeconds) + " s after each refresh, Ctrl-C ends";
     lines.push_back(trouble.empty() ? footer : trouble);
     return Frame(lines);
 }
@@ -65,6 +73,8 @@ public:
 
     int Run()
     {
+        EndOnSignals();
+        WriteAtOnce();
         int status = Look();
         if (status != EXIT_CODE_OK) {
             (void)std::fprintf(stderr, "corvanectl: %s", trouble_.c_str());

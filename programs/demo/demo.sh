@@ -391,8 +391,9 @@ done
 slow_id=$(registry_id "$slow")
 tell "" "\$ corvanectl show drm_info disk_id=$slow_id"
 "$prefix/bin/corvanectl" show drm_info "disk_id=$slow_id" | sed 's/^/  /'
-tell "" "To look further: corvanectl watch is the same table, live; show iostat_info and smart_info have the numbers of a" \
-  "disk, show slowdisk_detect_config what a verdict goes by, and corvanectl help COMMAND the rest. --json is for scripts."
+tell "" "To look further: corvanectl watch has state, score, life and utilisation live; show iostat_info and smart_info have" \
+  "the numbers of a disk, show slowdisk_detect_config what a verdict goes by, and corvanectl help COMMAND the rest. --json" \
+  "is for scripts."
 
 step "9. The end"
 kill -TERM "$corvaned"

@@ -15,6 +15,9 @@ namespace {
 
 constexpr int kBusy = CORVANE_CLI::CLI_TASK_MAX_ERROR;
 
+const std::string kOneVersion = "Suggestion:Try again. If it stays so, compare corvanectl --version with corvaned "
+                                "--version: both must be of one version.\n";
+
 } // namespace
 
 using RequestTest = CtlTest;
@@ -108,7 +111,7 @@ TEST_F(RequestTest, NamesACodeThatNobodyKnows)
 
     EXPECT_EQ(run.exitCode, 5);
     EXPECT_EQ(run.err, "corvanectl: the server refused, code 0x0000004D\nno text for code 77; is "
-                       "config/error_en.xml installed?\n");
+                       "share/corvane/error_en.xml installed?\n");
 }
 
 TEST_F(RequestTest, SaysThatNobodyListens)
@@ -168,9 +171,19 @@ TEST_F(RequestTest, SaysThatAnAnswerCannotBeRead)
         const Finished run = Ctl({"show", "summary"});
 
         EXPECT_EQ(run.exitCode, 1) << document;
-        EXPECT_EQ(run.err, "corvanectl: the answer of the server cannot be read\n");
+        EXPECT_EQ(run.err, "corvanectl: the answer of the server cannot be read\n" + kOneVersion);
         EXPECT_EQ(run.out, "");
     }
+}
+
+TEST_F(RequestTest, SaysThatAnAnswerIsBrokenOff)
+{
+    Serve({Reply::Kind::BROKEN, 0, ""});
+
+    const Finished run = Ctl({"show", "summary"});
+
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_EQ(run.err, "corvanectl: the answer of the server is broken off\n" + kOneVersion);
 }
 
 TEST_F(RequestTest, RepeatsWhileTheServerIsBusy)
@@ -202,6 +215,19 @@ TEST_F(RequestTest, GivesUpOnAServerThatStaysBusy)
     EXPECT_THAT(run.err, StartsWith("corvanectl: the server was busy for 1 second\nCause:"));
     EXPECT_GT(tries, 4);
     EXPECT_LT(tries, 20) << "it pauses longer and longer";
+}
+
+TEST_F(RequestTest, SaysThatTheServerWasBusyIfTheLastTryRunsOutOfTime)
+{
+    std::atomic<int> tries = 0;
+    Serve([&tries](const std::string &) {
+        return ++tries < 3 ? Reply{Reply::Kind::ANSWER, kBusy, "null"} : Reply{Reply::Kind::STALL, 0, ""};
+    });
+
+    const Finished run = Ctl({"show", "summary", "--timeout", "1"});
+
+    EXPECT_EQ(run.exitCode, 6);
+    EXPECT_THAT(run.err, StartsWith("corvanectl: the server was busy for 1 second\nCause:"));
 }
 
 TEST_F(RequestTest, FailsWithStandardOutput)

@@ -3,6 +3,7 @@
 #include <array>
 #include <chrono>
 #include <csignal>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -19,15 +20,6 @@ const std::string kPrefix = "/tmp/opt";
 constexpr auto kPatience = std::chrono::seconds(120);
 
 constexpr std::array<const char *, 3> kNvmeDisks = {"DEMONVME0000", "DEMONVME0001", "DEMONVME0002"};
-
-size_t CountOf(const std::string &text, const std::string &part)
-{
-    size_t count = 0;
-    for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) {
-        count++;
-    }
-    return count;
-}
 
 std::string Line(const std::string &label, size_t width, const std::string &value)
 {
@@ -88,9 +80,22 @@ std::string ReadAll(const std::string &path)
 
 std::string Compact(const std::string &json)
 {
-    const CJsonPtr tree(cJSON_Parse(json.c_str()));
-    const CJsonText text(tree != nullptr ? cJSON_PrintUnformatted(tree.get()) : nullptr);
-    return text != nullptr ? text.get() : json;
+    if (const CJsonPtr tree(cJSON_Parse(json.c_str())); tree == nullptr) {
+        return json;
+    }
+    std::string text = json;
+    cJSON_Minify(text.data());
+    text.resize(std::strlen(text.c_str()));
+    return text;
+}
+
+size_t CountOf(const std::string &text, const std::string &part)
+{
+    size_t count = 0;
+    for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) {
+        count++;
+    }
+    return count;
 }
 
 std::string OnScreen(std::string text)
@@ -215,12 +220,7 @@ void NodeTest::SetUp()
     (void)setenv("TZ", ":/etc/localtime", 1);
     std::ofstream(kPrefix + "/config/error_en.xml") << catalogue_;
     std::ofstream("/tmp/scenario.json") << scenario_;
-    std::ofstream(kPrefix + "/config/corvane_config.json")
-        << R"({"feature_switch":1,"takeover_disk_switch":0,"disklife_prediction":{"task_cycle":5},)"
-        << R"("sata_ssd_disk":{"task_cycle":5,"min_threshold_value":1,"min_slow_cycle":10},)"
-        << R"("sas_ssd_disk":{"task_cycle":5,"min_threshold_value":1,"min_slow_cycle":10},)"
-        << R"("nvme_disk":{"task_cycle":5,"min_threshold_value":1,"min_slow_cycle":10},)"
-        << R"("sas_hdd":{"task_cycle":5,"min_threshold_value":100,"min_slow_cycle":10}})";
+    WriteSettings({});
     AddAccount("/etc/passwd", "reader:x:64902:64902::/nonexistent:/usr/sbin/nologin");
     AddAccount("/etc/passwd", "stranger:x:64903:64903::/nonexistent:/usr/sbin/nologin");
     AddAccount("/etc/group", "reader:x:64902:\nstranger:x:64903:");
@@ -230,6 +230,19 @@ void NodeTest::SetUp()
         groups.replace(groups.find(line), line.size(), "corvane_group:x:64901:reader\n");
         std::ofstream("/etc/group") << groups;
     }
+}
+
+void NodeTest::WriteSettings(const NodeSettings &settings)
+{
+    std::ofstream file(kPrefix + "/config/corvane_config.json");
+    file << R"({"feature_switch":1,"takeover_disk_switch":0,"disklife_prediction":{"task_cycle":)" << settings.lifeCycle
+         << "}";
+    for (const char *section : {"sata_ssd_disk", "sas_ssd_disk", "nvme_disk", "sas_hdd"}) {
+        const bool rotates = std::string(section) == "sas_hdd";
+        file << ",\"" << section << R"(":{"task_cycle":)" << settings.prefailCycle << R"(,"min_threshold_value":)"
+             << (rotates ? 100 : settings.thresholdMs) << R"(,"min_slow_cycle":)" << settings.minSlowCycle << "}";
+    }
+    file << "}";
 }
 
 void NodeTest::TearDown()
@@ -270,27 +283,38 @@ void NodeTest::StartFleet(const std::string &user, const std::vector<std::string
     for (const char *serial : kNvmeDisks) {
         Event(std::string(R"({"do":"pull","disk":")") + serial + "\"}");
     }
-    std::vector<std::string> service = {kPrefix + "/bin/corvaned", "--status-interval", "1", "--status-format", "json"};
-    service.insert(service.end(), options.begin(), options.end());
-    corvaned_ = std::make_unique<ChildProcess>(As(user, service));
+    StartService(user, options);
     // The kernel's disks first: which agent is asked first is a matter of luck, and with it who gets which identifier.
-    const auto online = [this](size_t disks, size_t lives) {
-        ASSERT_TRUE(corvaned_->WaitForOutput([=](const std::string &output) {
-            const size_t end = output.rfind('\n');
-            const size_t begin = output.rfind("{\"time\"", end);
-            if (end == std::string::npos || begin == std::string::npos) {
-                return false;
-            }
-            const std::string status = output.substr(begin, end - begin);
-            return CountOf(status, "\"utilization\"") == disks && CountOf(status, "\"healthScore\"") == lives;
-        })) << corvaned_->Errors()
-            << corvaned_->Output();
-    };
-    ASSERT_NO_FATAL_FAILURE(online(9, 3));
+    ASSERT_NO_FATAL_FAILURE(WaitForRecords(9, 3));
     for (const char *serial : kNvmeDisks) {
         Event(std::string(R"({"do":"plug","disk":")") + serial + "\"}");
     }
-    online(12, 6);
+    WaitForRecords(12, 6);
+}
+
+void NodeTest::StartService(const std::string &user, const std::vector<std::string> &options)
+{
+    std::vector<std::string> service = {kPrefix + "/bin/corvaned", "--status-interval", "1", "--status-format", "json"};
+    service.insert(service.end(), options.begin(), options.end());
+    corvaned_ = std::make_unique<ChildProcess>(As(user, service));
+}
+
+void NodeTest::WaitForStatus(const ::testing::Matcher<std::string> &fits)
+{
+    ASSERT_TRUE(corvaned_->WaitForOutput([&fits](const std::string &output) {
+        const size_t end = output.rfind('\n');
+        const size_t begin = output.rfind("{\"time\"", end);
+        return end != std::string::npos && begin != std::string::npos &&
+               fits.Matches(output.substr(begin, end - begin));
+    })) << corvaned_->Errors()
+        << corvaned_->Output();
+}
+
+void NodeTest::WaitForRecords(size_t disks, size_t lives)
+{
+    WaitForStatus(::testing::Truly([=](const std::string &status) {
+        return CountOf(status, "\"utilization\"") == disks && CountOf(status, "\"healthScore\"") == lives;
+    }));
 }
 
 void NodeTest::Event(const std::string &event)

@@ -8,6 +8,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <map>
 #include <memory>
 #include <string>
@@ -26,8 +27,10 @@ struct Finished {
 /** Runs a program to its end. */
 Finished RunToEnd(const std::vector<std::string> &arguments);
 std::string ReadAll(const std::string &path);
-/** JSON text in one form, whatever its blanks. @return the text itself if it is no JSON. */
+/** JSON text without its blanks, numbers as they stand. @return the text itself if it is no JSON. */
 std::string Compact(const std::string &json);
+/** How often a text holds another. */
+size_t CountOf(const std::string &text, const std::string &part);
 /** Without what a terminal adds at the end of a line. */
 std::string OnScreen(std::string text);
 /** Only what is shown, not how. */
@@ -60,6 +63,14 @@ protected:
 /** Texts of the server about five disks, one of each kind that tables treat differently. */
 std::map<std::string, std::string> FiveDisks();
 
+/** Short cycles, so that verdicts come soon. */
+struct NodeSettings {
+    uint32_t lifeCycle = 5;    ///< seconds
+    uint32_t prefailCycle = 5; ///< seconds, of every type
+    uint32_t thresholdMs = 1;  ///< of solid-state disks; 100 of hard disks
+    uint32_t minSlowCycle = 10;
+};
+
 /**
  * A node of the test's own: an installation below /tmp/opt, the accounts, a member of corvane_group called "reader" and
  * a stranger called "nobody", and if asked for corvane-sim and corvaned.
@@ -72,6 +83,14 @@ protected:
 
     /** @param user Who runs agents and service: "root" or "corvane_user". */
     void StartFleet(const std::string &user = "root", const std::vector<std::string> &options = {});
+    /** The service alone. */
+    void StartService(const std::string &user = "root", const std::vector<std::string> &options = {});
+    /** For the next start of the service. */
+    static void WriteSettings(const NodeSettings &settings);
+    /** Waits until the newest status that the service has printed fits. */
+    void WaitForStatus(const ::testing::Matcher<std::string> &fits);
+    /** Until so many disks have I/O statistics, and so many a predicted life. */
+    void WaitForRecords(size_t disks, size_t lives);
     /** Something happens to a simulated disk. */
     static void Event(const std::string &event);
     static std::vector<std::string> As(const std::string &user, std::vector<std::string> arguments);

@@ -1,6 +1,8 @@
 // The keys are an interface: what is told under which, for every show.
 #include "ctl_fixture.h"
 
+using ::testing::AllOf;
+using ::testing::HasSubstr;
 using ::testing::StartsWith;
 
 struct JsonCase {
@@ -69,11 +71,29 @@ INSTANTIATE_TEST_SUITE_P(
                  {"show", "smart_info", "disk_id=7"},
                  "PowerOnlineTime   : 4511h\nDegree of wear    : 99.99%\n",
                  R"({"disk_id":7,"power_on_hours":4511,"wear_percent":99.99})"},
-        JsonCase{"NoVerdictYet",
-                 {"show", "drm_info", "disk_id=0"},
-                 FiveDisks()["show drm_info disk_id=0"],
-                 R"({"disk_id":0,"prediction":"pending","score":null,"life_months":null,"state":"normal",)"
-                 R"("suggestion":"No action required"})"},
+        JsonCase{"HoursWithMoreDigitsThanADouble",
+                 {"show", "smart_info", "disk_id=7"},
+                 "PowerOnlineTime   : 9007199254740993h\nDegree of wear    : 0.8%\n",
+                 R"({"disk_id":7,"power_on_hours":9007199254740993,"wear_percent":0.08})"},
+        JsonCase{"HoursOf64Bits",
+                 {"show", "smart_info", "disk_id=7"},
+                 "PowerOnlineTime   : 18446744073709551615h\nDegree of wear    : 100.0%\n",
+                 R"({"disk_id":7,"power_on_hours":18446744073709551615,"wear_percent":100})"},
+        JsonCase{"HoursBeyond64Bits",
+                 {"show", "smart_info", "disk_id=7"},
+                 "PowerOnlineTime   : 18446744073709551616h\nDegree of wear    : 33.33%\n",
+                 R"({"disk_id":7,"power_on_hours":null,"wear_percent":33.33})"},
+        JsonCase{"IoOf64Bits",
+                 {"show", "iostat_info", "disk_id=18446744073709551615"},
+                 "ReadIops      : 18446744073709551615\nWriteIops     : 9007199254740993\n"
+                 "ReadIoBand    : 18446744073709551614kb/s\nWriteIoBand   : 9007199254740992kb/s\n"
+                 "ReadIoDelay   : 18446744073709551613us\nWriteIoDelay  : 0us\n"
+                 "QueueDepth    : 4294967295\nioBusyNum     : 007\nsvctm         : 10000000000000001\n"
+                 "utilization   : 12.5%\n",
+                 R"({"disk_id":18446744073709551615,"read_iops":18446744073709551615,"write_iops":9007199254740993,)"
+                 R"("read_kb_per_s":18446744073709551614,"write_kb_per_s":9007199254740992,)"
+                 R"("read_delay_us":18446744073709551613,"write_delay_us":0,"queue_depth":4294967295,"io_busy":7,)"
+                 R"("service_time_us":10000000000000001,"utilization_percent":12.05})"},
         JsonCase{"Worn",
                  {"show", "drm_info", "disk_id=3"},
                  FiveDisks()["show drm_info disk_id=3"],
@@ -122,6 +142,56 @@ INSTANTIATE_TEST_SUITE_P(
         JsonCase{"Life", {"show", "disklife_prediction"}, "task_cycle: 86400\n", R"({"task_cycle":86400})"}),
     [](const auto &test) { return test.param.name; });
 
+/** The text of the server is the same of both. */
+TEST_F(CtlTest, JsonOfAVerdictTellsByTheTypeWhetherALifeWillBePredicted)
+{
+    std::map<std::string, std::string> answers = FiveDisks();
+    answers["show drm_info disk_id=12"] = answers["show drm_info disk_id=0"];
+    Serve(answers);
+
+    EXPECT_EQ(Compact(Ctl({"show", "drm_info", "disk_id=0", "--json"}).out),
+              R"({"disk_id":0,"prediction":"none","score":null,"life_months":null,"state":"normal",)"
+              R"("suggestion":"No action required"})");
+    EXPECT_EQ(Compact(Ctl({"show", "drm_info", "disk_id=12", "--json"}).out),
+              R"({"disk_id":12,"prediction":"pending","score":null,"life_months":null,"state":"normal",)"
+              R"("suggestion":"No action required"})");
+    EXPECT_THAT(Compact(Ctl({"list", "--json"}).out),
+                AllOf(HasSubstr(R"("sn":"SN-A","watched":true,"state":"normal","prediction":"none")"),
+                      HasSubstr(R"("sn":"SN-D","watched":true,"state":"normal","prediction":"pending")")));
+}
+
+TEST_F(CtlTest, JsonOfAVerdictFailsIfTheTypeCannotBeTold)
+{
+    std::map<std::string, std::string> answers = FiveDisks();
+    answers["show disk_info disk_id=0"] = "something else";
+    Serve(answers);
+    const Finished unreadable = Ctl({"show", "drm_info", "disk_id=0", "--json"});
+    EXPECT_EQ(unreadable.exitCode, 1);
+    EXPECT_EQ(unreadable.out, "");
+    EXPECT_THAT(unreadable.err, StartsWith("corvanectl: the answer to \"show disk_info disk_id=0\" cannot be read\n"));
+
+    server_.reset();
+    answers.erase("show disk_info disk_id=0");
+    Serve(answers);
+    const Finished left = Ctl({"show", "drm_info", "disk_id=0", "--json"});
+    EXPECT_EQ(left.exitCode, 5);
+    EXPECT_EQ(left.out, "");
+}
+
+TEST_F(CtlTest, JsonOfListAndWatchKeepsDigits)
+{
+    std::map<std::string, std::string> answers = FiveDisks();
+    std::string &identity = answers["show disk_info disk_id=3"];
+    identity.replace(identity.rfind("12"), 2, "9007199254740993");
+    std::string &verdict = answers["show drm_info disk_id=3"];
+    verdict.replace(verdict.find("37"), 2, "18446744073709551615");
+    Serve(answers);
+
+    EXPECT_THAT(Compact(Ctl({"list", "--json"}).out),
+                AllOf(HasSubstr(R"("slot":9007199254740993,)"), HasSubstr(R"("score":18446744073709551615,)")));
+    EXPECT_THAT(Ctl({"watch", "--json", "-n", "1"}).out, HasSubstr(R"("score":18446744073709551615,)"));
+}
+
 TEST_F(CtlTest, JsonOfAListHoldsEachDisk)
 {
     Serve(FiveDisks());
@@ -132,17 +202,20 @@ TEST_F(CtlTest, JsonOfAListHoldsEachDisk)
     EXPECT_EQ(
         Compact(run.out),
         R"({"disks":[{"disk_id":0,"device":"sda","type":"SATA SSD","slot":null,"model":"VSSD-960G","sn":"SN-A",)"
-        R"("state":"normal","prediction":"pending","score":null,"life_months":null,)"
+        R"("watched":true,"state":"normal","prediction":"none","score":null,"life_months":null,)"
         R"("suggestion":"No action required"},)"
         R"({"disk_id":3,"device":"nvme10","type":"NVME SSD","slot":12,"model":"A MODEL OF THIRTY-TWO CHARACTERS",)"
-        R"("sn":"SN-WITH-TWENTY-CHARS","state":"fault","prediction":"done","score":37,"life_months":0,)"
+        R"("sn":"SN-WITH-TWENTY-CHARS","watched":true,"state":"fault","prediction":"done","score":37,"life_months":0,)"
         R"("suggestion":"Replace the hard disk"},)"
-        R"({"disk_id":11,"device":"sdaa","type":"NL SAS HDD","slot":0,"model":"ST12000","sn":"SN C","state":"slow",)"
+        R"({"disk_id":11,"device":"sdaa","type":"NL SAS HDD","slot":0,"model":"ST12000","sn":"SN C","watched":true,)"
+        R"("state":"slow",)"
         R"("prediction":"none","score":null,"life_months":null,)"
         R"("suggestion":"Migrate data and replace the hard disk"},)"
-        R"({"disk_id":12,"device":"sdab","type":"SAS SSD","slot":null,"model":null,"sn":"SN-D","state":"normal",)"
+        R"({"disk_id":12,"device":"sdab","type":"SAS SSD","slot":null,"model":null,"sn":"SN-D","watched":true,)"
+        R"("state":"normal",)"
         R"("prediction":"done","score":100,"life_months":61,"suggestion":null},)"
-        R"({"disk_id":63,"device":"sdac","type":"SAS SSD","slot":7,"model":"VS-1600","sn":"SN-E","state":"prefail",)"
+        R"({"disk_id":63,"device":"sdac","type":"SAS SSD","slot":7,"model":"VS-1600","sn":"SN-E","watched":true,)"
+        R"("state":"prefail",)"
         R"("prediction":"done","score":37,"life_months":1,)"
         R"("suggestion":"Migrate data and replace the hard disk"}]})");
 }
@@ -158,16 +231,20 @@ TEST_F(CtlTest, JsonOfAWatchIsALineForEachRefresh)
     const std::string line = run.out.substr(0, run.out.find('\n'));
     const size_t disks = line.find("\"disks\"");
     EXPECT_THAT(line.substr(0, disks), ::testing::MatchesRegex(R"(\{"time":"[0-9-]{10} [0-9:]{8}",)"));
-    EXPECT_EQ(
-        line.substr(disks),
-        R"("disks":[{"disk_id":3,"device":"nvme10","type":"NVME SSD","sn":"SN-WITH-TWENTY-CHARS","state":"fault",)"
-        R"("prediction":"done","score":37,"life_months":0,"utilization_percent":100},)"
-        R"({"disk_id":63,"device":"sdac","type":"SAS SSD","sn":"SN-E","state":"prefail","prediction":"done",)"
-        R"("score":37,"life_months":1,"utilization_percent":7.25},)"
-        R"({"disk_id":11,"device":"sdaa","type":"NL SAS HDD","sn":"SN C","state":"slow","prediction":"none",)"
-        R"("score":null,"life_months":null,"utilization_percent":99.99},)"
-        R"({"disk_id":0,"device":"sda","type":"SATA SSD","sn":"SN-A","state":"normal","prediction":"pending",)"
-        R"("score":null,"life_months":null,"utilization_percent":12.05},)"
-        R"({"disk_id":12,"device":"sdab","type":"SAS SSD","sn":"SN-D","state":"normal","prediction":"done",)"
-        R"("score":100,"life_months":61,"utilization_percent":0}]})");
+    EXPECT_EQ(line.substr(disks),
+              R"("disks":[{"disk_id":3,"device":"nvme10","type":"NVME SSD","sn":"SN-WITH-TWENTY-CHARS","watched":true,)"
+              R"("state":"fault",)"
+              R"("prediction":"done","score":37,"life_months":0,"utilization_percent":100},)"
+              R"({"disk_id":63,"device":"sdac","type":"SAS SSD","sn":"SN-E","watched":true,)"
+              R"("state":"prefail","prediction":"done",)"
+              R"("score":37,"life_months":1,"utilization_percent":7.25},)"
+              R"({"disk_id":11,"device":"sdaa","type":"NL SAS HDD","sn":"SN C","watched":true,)"
+              R"("state":"slow","prediction":"none",)"
+              R"("score":null,"life_months":null,"utilization_percent":99.99},)"
+              R"({"disk_id":0,"device":"sda","type":"SATA SSD","sn":"SN-A","watched":true,)"
+              R"("state":"normal","prediction":"none",)"
+              R"("score":null,"life_months":null,"utilization_percent":12.05},)"
+              R"({"disk_id":12,"device":"sdab","type":"SAS SSD","sn":"SN-D","watched":true,)"
+              R"("state":"normal","prediction":"done",)"
+              R"("score":100,"life_months":61,"utilization_percent":0}]})");
 }

@@ -2,6 +2,7 @@
 #include "ctl_fixture.h"
 
 #include <filesystem>
+#include <fstream>
 #include <set>
 
 #include "cli/common/CliResultCode.h"
@@ -72,7 +73,7 @@ TEST_F(PagesTest, HelpOfACommandNeedsNoServerAndIgnoresItsKeys)
 TEST_F(PagesTest, HelpNamesTheRangesOfEveryKey)
 {
     const std::string slow = Ctl({"help", "change", "slowdisk_detect_config"}).out;
-    for (const char *text : {"0 SATA SSD, 1 SAS SSD, 2 NVMe, 3 SAS hard disks", "1 to 10", "1 to 500", "10 to 100"}) {
+    for (const char *text : {"0 SATA SSD, 1 SAS SSD, 2 NVMe, 3 SAS hard disks", "1 to 10", "1 to 255", "10 to 100"}) {
         EXPECT_THAT(slow, HasSubstr(text));
     }
     EXPECT_THAT(Ctl({"help", "change", "disklife_prediction"}).out, HasSubstr("60 to 7776000"));
@@ -80,10 +81,33 @@ TEST_F(PagesTest, HelpNamesTheRangesOfEveryKey)
     EXPECT_THAT(Ctl({"help", "change", "config"}).out, HasSubstr("takeover_disk_switch=on|off"));
 }
 
-TEST_F(PagesTest, TheCatalogueHasEveryCodeOnceAndNoPercentSign)
+TEST_F(PagesTest, AllAdviseTheThresholdsThatAct)
+{
+    EXPECT_THAT(Ctl({"help", "change", "slowdisk_detect_config"}).out, HasSubstr("for hard disks 1 to 255; "));
+    EXPECT_THAT(kPage, HasSubstr("1 to 10, or 1 to 255 for hard disks.\n"));
+    EXPECT_THAT(ReadAll(folder_ + "/config/error_en.xml"), HasSubstr("for disk_type 3 1 to 255;"));
+}
+
+TEST_F(PagesTest, BothTellWhatBecomesOfTheDisksWhileTheyAreNotWatched)
+{
+    for (const std::string &page : {Ctl({"help", "change", "config"}).out, kPage}) {
+        EXPECT_THAT(page, HasSubstr("no disk is shown"));
+        EXPECT_THAT(page, ::testing::ContainsRegex("registry of disks stays, with identifiers\\s+and states"));
+    }
+}
+
+TEST_F(PagesTest, TheManualPageNamesEveryType)
+{
+    for (const char *type : {"NVME SSD", "SAS SSD", "SATA SSD", "SAS HDD", "SATA HDD", "NL SAS HDD"}) {
+        EXPECT_THAT(kPage, HasSubstr(type));
+    }
+}
+
+TEST_F(PagesTest, TheCatalogueHasEveryCodeOnceAndNoParameter)
 {
     const std::string catalogue = ReadAll(folder_ + "/config/error_en.xml");
     EXPECT_THAT(catalogue, Not(HasSubstr("%")));
+    EXPECT_THAT(catalogue, Not(HasSubstr("{0}")));
     std::multiset<int> codes;
     for (size_t at = 0; (at = catalogue.find("<error id=\"", at)) != std::string::npos; at++) {
         codes.insert(std::stoi(catalogue.substr(at + 11)));
@@ -93,20 +117,27 @@ TEST_F(PagesTest, TheCatalogueHasEveryCodeOnceAndNoPercentSign)
                                   1073965323, 1073965324, 1073965325, 1073965326, 1073965328, 1073965329, 1073965330}));
 }
 
-TEST_F(PagesTest, TheCatalogueBesideTheProgramHelpsOut)
+TEST_F(PagesTest, TheCopyBesideTheProgramHelpsOut)
 {
+    const std::string shipped = ReadAll(folder_ + "/config/error_en.xml");
     std::filesystem::create_directories(folder_ + "/own/bin");
-    std::filesystem::rename(folder_ + "/config/error_en.xml", folder_ + "/own/error_en.xml");
+    std::filesystem::create_directories(folder_ + "/own/share/corvane");
     std::filesystem::copy(CORVANECTL_PATH, folder_ + "/own/bin");
     (void)setenv("LD_LIBRARY_PATH", CORVANE_LIB_DIR, 1);
     Serve({Reply::Kind::ANSWER, CORVANE_CLI::CLI_DB_ID_NOT_EXIST, "null"});
     const std::vector<std::string> ask = {folder_ + "/own/bin/corvanectl", "-p", folder_, "show", "smart_info"};
 
-    EXPECT_THAT(RunToEnd(ask).err, HasSubstr("no text for code 1073965328; is config/error_en.xml installed?"));
+    std::filesystem::remove(folder_ + "/config/error_en.xml");
+    EXPECT_THAT(RunToEnd(ask).err,
+                EndsWith("\nno text for code 1073965328; is share/corvane/error_en.xml installed?\n"));
 
-    std::filesystem::create_directory(folder_ + "/own/config");
-    std::filesystem::rename(folder_ + "/own/error_en.xml", folder_ + "/own/config/error_en.xml");
-    EXPECT_THAT(RunToEnd(ask).err, HasSubstr("\nCause:There is no online disk with this identifier.\nSuggestion:"));
+    std::ofstream(folder_ + "/own/share/corvane/error_en.xml") << shipped;
+    EXPECT_THAT(RunToEnd(ask).err, HasSubstr("\nCause:There is no online disk with this identifier.\nSuggestion:See "));
+
+    std::ofstream(folder_ + "/config/error_en.xml")
+        << R"(<?xml version="1.0"?><root><errors><error id="1073965328"><reason description="Ours."/><suggestions>)"
+        << R"(<suggestion description="Do."/></suggestions></error></errors></root>)";
+    EXPECT_THAT(RunToEnd(ask).err, EndsWith("\nCause:Ours.\nSuggestion:Do.\n"));
 }
 
 class CompletionTest : public CtlTest {
@@ -141,6 +172,19 @@ TEST_F(CompletionTest, KnowsCommandsAndKeys)
     EXPECT_EQ(Complete("corvanectl show summary "), "\n");
     EXPECT_EQ(Complete("corvanectl --js"), "--json\n");
     EXPECT_EQ(Complete("corvanectl --timeout 5 show sl"), "slowdisk slowdisk_detect_config\n");
+}
+
+TEST_F(CompletionTest, OffersEachKeyOnceAndOneSetting)
+{
+    EXPECT_EQ(Complete("corvanectl change config feature_switch=on "), "\n");
+    EXPECT_EQ(Complete("corvanectl change slowdisk_detect_config min_slow_cycle=50 "),
+              "disk_type=0 disk_type=1 disk_type=2 disk_type=3\n");
+    EXPECT_EQ(Complete("corvanectl change slowdisk_detect_config disk_type=0 "),
+              "min_threshold_value= min_slow_cycle=\n");
+    EXPECT_EQ(Complete("corvanectl change slowdisk_detect_config disk_type = 0 "),
+              "min_threshold_value= min_slow_cycle=\n");
+    EXPECT_EQ(Complete("corvanectl change slowdisk_detect_config disk_type = "), "0 1 2 3\n");
+    EXPECT_EQ(Complete("corvanectl change dpr_smart task_cycle = "), "\n");
 }
 
 TEST_F(CompletionTest, KnowsEveryCommandThatHasHelp)

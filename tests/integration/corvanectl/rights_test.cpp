@@ -5,13 +5,30 @@
 #include <sys/stat.h>
 #include <sys/un.h>
 
+#include <filesystem>
+
 #include "cli/common/CliResultCode.h"
 #include "cli/common/CliUdsComm.h"
 #include "cli/common/XmlModule.h"
 
 using ::testing::HasSubstr;
+using ::testing::StartsWith;
 
-using RightsTest = NodeTest;
+namespace fs = std::filesystem;
+
+/** As the packages leave it: the settings' folder is closed to others, and a copy of the catalogue is open to all. */
+class RightsTest : public NodeTest {
+protected:
+    void SetUp() override
+    {
+        ASSERT_NO_FATAL_FAILURE(NodeTest::SetUp());
+        fs::create_directories(kPrefix + "/share/corvane");
+        fs::copy_file(kPrefix + "/config/error_en.xml", kPrefix + "/share/corvane/error_en.xml");
+        ASSERT_EQ(chmod((kPrefix + "/config").c_str(), 0750), 0);
+    }
+
+    static inline const std::string kPrefix = "/tmp/opt";
+};
 
 namespace {
 
@@ -61,10 +78,14 @@ TEST_F(RightsTest, GoByUserGroupAndAction)
     EXPECT_THAT(Ctl({"show", "config"}).out, HasSubstr("takeover_disk_switch  : off\n"));
 
     const Finished kept = Ctl({"show", "config"}, "stranger");
-    EXPECT_EQ(kept.exitCode, 4) << kept.err;
+    EXPECT_EQ(kept.exitCode, 4);
+    EXPECT_THAT(kept.err, StartsWith("corvanectl: no permission at " + kSocket + "\nCause:This user may not do that."));
+    EXPECT_THAT(kept.err, HasSubstr("\nSuggestion:Run the command as root or corvane_user."));
+    ASSERT_EQ(chmod((kPrefix + "/config").c_str(), 0751), 0);
     ASSERT_EQ(chmod(kSocket.c_str(), 0666), 0);
     const Finished closed = Ctl({"show", "config"}, "stranger");
-    EXPECT_EQ(closed.exitCode, 4) << closed.err;
+    EXPECT_EQ(closed.exitCode, 4);
+    EXPECT_EQ(closed.err, kept.err);
     EXPECT_EQ(closed.out, "");
 
     EXPECT_EQ(AskWithOtherAction(kSocket, "show", "change config takeover_disk_switch=on"),

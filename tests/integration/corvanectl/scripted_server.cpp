@@ -1,5 +1,6 @@
 #include "scripted_server.h"
 
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <sys/socket.h>
@@ -15,6 +16,7 @@ using CORVANE_CLI::XmlModule;
 namespace {
 
 constexpr int kUnchecked = 0; // the side whose packets are not checked for rights
+constexpr auto kPatience = std::chrono::seconds(60);
 
 } // namespace
 
@@ -68,6 +70,7 @@ void ScriptedServer::ServeClient(int client)
         lastAction_ = action;
         reply = script_(request);
     }
+    changed_.notify_all();
     switch (reply.kind) {
     case Reply::Kind::ANSWER:
         (void)comm.SendString(xml.SvCMDtoXml(reply.text + " errorCode=" + std::to_string(reply.code)), client,
@@ -76,11 +79,15 @@ void ScriptedServer::ServeClient(int client)
     case Reply::Kind::RAW:
         (void)comm.SendString(reply.text, client, kUnchecked, "");
         break;
-    case Reply::Kind::PARTIAL: {
+    case Reply::Kind::PARTIAL:
+    case Reply::Kind::BROKEN: {
         CORVANE_CLI::CliDataHead head = {};
         head.chunkCount = 2;
         head.totalLen = 100;
         (void)send(client, &head, sizeof(head), MSG_NOSIGNAL);
+        if (reply.kind == Reply::Kind::BROKEN) {
+            break;
+        }
         stalled_.push_back(client);
         return;
     }
@@ -97,6 +104,12 @@ std::vector<std::string> ScriptedServer::Requests()
 {
     const std::lock_guard<std::mutex> guard(mutex_);
     return requests_;
+}
+
+bool ScriptedServer::WaitForRequests(size_t count)
+{
+    std::unique_lock<std::mutex> guard(mutex_);
+    return changed_.wait_for(guard, kPatience, [&] { return requests_.size() >= count; });
 }
 
 std::string ScriptedServer::LastAction()

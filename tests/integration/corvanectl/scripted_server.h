@@ -5,6 +5,7 @@
 #ifndef SCRIPTED_SERVER_H
 #define SCRIPTED_SERVER_H
 
+#include <condition_variable>
 #include <functional>
 #include <mutex>
 #include <string>
@@ -17,7 +18,8 @@ struct Reply {
         RAW,     ///< text is sent as it is, in place of a document
         CLOSE,   ///< no answer
         STALL,   ///< no answer, and the connection stays open
-        PARTIAL, ///< the head of a packet that promises two
+        PARTIAL, ///< the head of a packet that promises two, and the connection stays open
+        BROKEN,  ///< the same, and the connection ends
     };
     Kind kind = Kind::ANSWER;
     int code = 0;
@@ -36,6 +38,8 @@ public:
 
     /** The requests so far. */
     std::vector<std::string> Requests();
+    /** Waits for so many. @return false if they do not come. */
+    bool WaitForRequests(size_t count);
     /** The action in the head of the last request. */
     std::string LastAction();
 
@@ -47,6 +51,7 @@ private:
     Script script_;
     int listener_ = -1;
     std::mutex mutex_;
+    std::condition_variable changed_;
     std::vector<std::string> requests_;
     std::string lastAction_;
     std::vector<int> stalled_;

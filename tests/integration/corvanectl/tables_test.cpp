@@ -7,6 +7,7 @@
 #include "cli/common/CliResultCode.h"
 #include "support/terminal.h"
 
+using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using ::testing::Not;
 using ::testing::StartsWith;
@@ -14,6 +15,7 @@ using ::testing::StartsWith;
 namespace {
 
 const std::string kHome = "\033[H";
+const std::string kNoDisk = "No disk: feature_switch is off (corvanectl show config) or no agent reports one\n";
 
 } // namespace
 
@@ -29,7 +31,7 @@ TEST_F(ListTest, HasARowForEachDiskAsWideAsItTakes)
     EXPECT_EQ(
         run.out,
         R"(ID DEVICE TYPE       SLOT MODEL                            SERIAL               STATE   SCORE LIFE mo SUGGESTION
- 0 sda    SATA SSD      - VSSD-960G                        SN-A                 normal      ?       ? No action required
+ 0 sda    SATA SSD      - VSSD-960G                        SN-A                 normal      -       - No action required
  3 nvme10 NVME SSD     12 A MODEL OF THIRTY-TWO CHARACTERS SN-WITH-TWENTY-CHARS fault      37      <1 Replace the hard disk
 11 sdaa   NL SAS HDD    0 ST12000                          SN C                 slow        -       - Migrate data and replace the hard disk
 12 sdab   SAS SSD       - -                                SN-D                 normal    100     >60
@@ -47,7 +49,7 @@ TEST_F(ListTest, FoldsTheSuggestionAndCutsTheModelAtEightyColumns)
 
     EXPECT_EQ(OnScreen(terminal.Rest()),
               R"(ID DEVICE TYPE       SLOT MODEL       SERIAL               STATE   SCORE LIFE mo
- 0 sda    SATA SSD      - VSSD-960G   SN-A                 normal      ?       ?
+ 0 sda    SATA SSD      - VSSD-960G   SN-A                 normal      -       -
  3 nvme10 NVME SSD     12 A MODEL OF~ SN-WITH-TWENTY-CHARS fault      37      <1
     Replace the hard disk
 11 sdaa   NL SAS HDD    0 ST12000     SN C                 slow        -       -
@@ -87,14 +89,15 @@ TEST_F(ListTest, IsColouredOnATerminal)
     EXPECT_EQ(WithoutEscapes(screen), Ctl({"list"}).out);
 }
 
-TEST_F(ListTest, OfNoDiskIsAHead)
+TEST_F(ListTest, OfNoDiskIsAHeadAndSaysWhyThatMayBe)
 {
     Serve({{"show summary", "SummaryInfo:\nDiskId  DiskSn   \n---\n---\n"}});
 
     const Finished run = Ctl({"list"});
 
     EXPECT_EQ(run.exitCode, 0);
-    EXPECT_EQ(run.out, "ID DEVICE TYPE SLOT MODEL SERIAL STATE SCORE LIFE mo SUGGESTION\n");
+    EXPECT_EQ(run.out, "ID DEVICE TYPE SLOT MODEL SERIAL STATE SCORE LIFE mo SUGGESTION\n" + kNoDisk);
+    EXPECT_EQ(Compact(Ctl({"list", "--json"}).out), R"({"disks":[]})");
 }
 
 TEST_F(ListTest, LeavesOutADiskThatLeavesMeanwhile)
@@ -117,7 +120,7 @@ TEST_F(ListTest, FailsIfOneOfTheAnswersDoes)
     const std::map<std::string, std::string> answers = FiveDisks();
     Serve([answers](const std::string &request) {
         return request == "show drm_info disk_id=63"
-                   ? Reply{Reply::Kind::ANSWER, CORVANE_CLI::CLI_COMMAND_EXEC_FAILED, "null"}
+                   ? Reply{Reply::Kind::ANSWER, CORVANE_CLI::CLI_COMMAND_PARAM_INVALID, "null"}
                    : Reply{Reply::Kind::ANSWER, 0, answers.at(request)};
     });
     const Finished refused = Ctl({"list"});
@@ -130,7 +133,7 @@ TEST_F(ListTest, FailsIfOneOfTheAnswersDoes)
     Serve(broken);
     const Finished unreadable = Ctl({"list"});
     EXPECT_EQ(unreadable.exitCode, 1);
-    EXPECT_EQ(unreadable.err, "corvanectl: the answer to \"show disk_info disk_id=11\" cannot be read\n");
+    EXPECT_THAT(unreadable.err, StartsWith("corvanectl: the answer to \"show disk_info disk_id=11\" cannot be read\n"));
 
     server_.reset();
     Serve([answers](const std::string &request) {
@@ -155,7 +158,7 @@ ID DEVICE TYPE       SERIAL               STATE   SCORE LIFE mo    UTIL
  3 nvme10 NVME SSD   SN-WITH-TWENTY-CHARS fault      37      <1 100.00%
 63 sdac   SAS SSD    SN-E                 prefail    37       1   7.25%
 11 sdaa   NL SAS HDD SN C                 slow        -       -  99.99%
- 0 sda    SATA SSD   SN-A                 normal      ?       ?  12.05%
+ 0 sda    SATA SSD   SN-A                 normal      -       -  12.05%
 12 sdab   SAS SSD    SN-D                 normal    100     >60   0.00%
 
 )";
@@ -164,6 +167,38 @@ ID DEVICE TYPE       SERIAL               STATE   SCORE LIFE mo    UTIL
         EXPECT_THAT(run.out.substr(begin, title.size()), ::testing::MatchesRegex("[0-9-]{10} [0-9:]{8}"));
         EXPECT_EQ(run.out.substr(begin + title.size(), table.size()), table);
     }
+}
+
+TEST_F(WatchTest, OfNoDiskSaysWhyThatMayBe)
+{
+    Serve({{"show summary", "SummaryInfo:\nDiskId  DiskSn   \n---\n---\n"}});
+
+    EXPECT_THAT(Ctl({"watch", "--count", "1"}).out,
+                EndsWith("  0 disks\nID DEVICE TYPE SERIAL STATE SCORE LIFE mo    UTIL\n" + kNoDisk + "\n"));
+    Terminal terminal(Client({"watch"}), 80);
+    EXPECT_TRUE(terminal.WaitFor(kNoDisk.substr(0, kNoDisk.size() - 1)));
+}
+
+/** As long as a device name and a serial number can be. */
+TEST_F(WatchTest, KeepsLifeAndUtilisationAtEightyColumns)
+{
+    std::map<std::string, std::string> answers = FiveDisks();
+    std::string &summary = answers["show summary"];
+    summary.replace(summary.find("SN-WITH-TWENTY-CHARS"), 39, "SERIAL-NUMBER-OF-THIRTY-NINE-CHARACTERS");
+    std::string &identity = answers["show disk_info disk_id=3"];
+    identity.replace(identity.find("SN-WITH-TWENTY-CHARS"), 20, "SERIAL-NUMBER-OF-THIRTY-NINE-CHARACTERS");
+    identity.replace(identity.find("nvme10"), 6, "nineteen-characters");
+    Serve(answers);
+    (void)setenv("NO_COLOR", "1", 1);
+    Terminal terminal(Client({"watch", "-n", "1"}), 80);
+
+    EXPECT_EQ(terminal.WaitForExit(), 0);
+
+    EXPECT_THAT(WithoutEscapes(OnScreen(terminal.Rest())), HasSubstr(R"(
+ID DEVICE              TYPE SERIAL                 STATE   SCORE LIFE mo    UTIL
+ 3 nineteen-characters NVM~ ~HIRTY-NINE-CHARACTERS fault      37      <1 100.00%
+63 sdac                SAS~ SN-E                   prefail    37       1   7.25%
+)"));
 }
 
 TEST_F(WatchTest, AsksForTheIdentityOfADiskOnce)
@@ -202,9 +237,9 @@ ID DEVICE TYPE       SERIAL               STATE   SCORE LIFE mo    UTIL
  3 nvme10 NVME SSD   SN-WITH-TWENTY-CHARS fault      37      <1 100.00%
 63 sdac   SAS SSD    SN-E                 prefail    37       1   7.25%
 11 sdaa   NL SAS HDD SN C                 slow        -       -  99.99%
- 0 sda    SATA SSD   SN-A                 normal      ?       ?  12.05%
+ 0 sda    SATA SSD   SN-A                 normal      -       -  12.05%
 12 sdab   SAS SSD    SN-D                 normal    100     >60   0.00%
-every 1 s, Ctrl-C ends
+pauses 1 s after each refresh, Ctrl-C ends
 )");
     EXPECT_THAT(shown, HasSubstr("\033[31mfault\033[0m"));
 }
@@ -214,7 +249,7 @@ TEST_F(WatchTest, KeepsToTheWindowAndTellsWhatIsHidden)
     Serve(FiveDisks());
     Terminal terminal(Client({"watch", "--interval", "600"}), 80, 7);
 
-    ASSERT_TRUE(terminal.WaitFor("2 more disks, normal ones last; every 600 s, Ctrl-C ends"));
+    ASSERT_TRUE(terminal.WaitFor("2 more disks, normal ones last; pauses 600 s after each refresh, Ctrl-C ends"));
     terminal.Resize(80, 30);
     ASSERT_TRUE(terminal.WaitFor("SN-D")) << "the window is redrawn at once";
     terminal.Type("\003");
@@ -248,10 +283,10 @@ TEST_F(WatchTest, WaitsForAServerThatGoesAway)
 
     looks = 0;
     Terminal terminal(Client({"watch", "-n", "3", "-i", "1"}), 80);
-    ASSERT_TRUE(terminal.WaitFor("every 1 s, Ctrl-C ends"));
+    ASSERT_TRUE(terminal.WaitFor("pauses 1 s after each refresh, Ctrl-C ends"));
     ASSERT_TRUE(terminal.WaitFor("SN-D")) << "the last table stays";
     ASSERT_TRUE(terminal.WaitFor("the server refused, code 0xFFFFFFFF"));
-    ASSERT_TRUE(terminal.WaitFor("every 1 s, Ctrl-C ends"));
+    ASSERT_TRUE(terminal.WaitFor("pauses 1 s after each refresh, Ctrl-C ends"));
     EXPECT_EQ(terminal.WaitForExit(), 0);
 }
 
