@@ -6,7 +6,9 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "infrastructure/corvane_adapter_os/corvane_adapter_os_log.h"
 #include "infrastructure/corvane_infra.h"
@@ -14,6 +16,7 @@
 namespace {
 
 constexpr mode_t kFolderMode = 0750;
+constexpr mode_t kFileMode = 0600; // until the library has set mode and owner
 constexpr size_t kTextSize = 8192;
 
 bool g_everything = false;
@@ -22,9 +25,40 @@ std::FILE *g_stream = nullptr;
 /** The rotation makes a thread, and that may log: the lock is held by this thread then. */
 thread_local bool t_logging = false;
 
-void BringToFile() noexcept
+/**
+ * The library's rotation renames the file and then makes a new one. Where that fails, and where somebody has taken the
+ * file away, lines go on into what has lost its name, and no later rotation finds anything to rename. With g_osLogLock
+ * held.
+ * @return whether the file was missing and is there again.
+ */
+bool RestoreFile() noexcept
+{
+    if (g_osLogFile == nullptr || access(CORVANE_OS_LOG_FILE, F_OK) == 0 || errno != ENOENT) {
+        return false;
+    }
+    // Else each line would try to rotate and tell that it cannot, or hand over a piece that is still written to.
+    g_corvaneInfra.atomicSet(g_osLogWrittenBytes, 0);
+    g_corvaneInfra.atomicSet(g_osLogBackupPending, 0);
+    // CreateLogFile() tells each failure, and this may be one for each line.
+    const int fd = open(CORVANE_OS_LOG_FILE, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kFileMode);
+    if (fd < 0) {
+        return false;
+    }
+    (void)close(fd);
+    if (CreateLogFile(&g_osLogFile, CORVANE_OS_LOG_FILE) != 0) {
+        (void)unlink(CORVANE_OS_LOG_FILE); // an empty one would be rotated over the piece that was put aside
+        return false;
+    }
+    // The library starts the backup of the piece, if there is one, with the next line.
+    g_corvaneInfra.atomicSet(g_osLogBackupPending, access(CORVANE_OS_LOG_ROTATED_FILE, F_OK) == 0 ? 1 : 0);
+    return true;
+}
+
+/** @return whether the file was missing and is there again. */
+bool BringToFile() noexcept
 {
     g_corvaneInfra.spinlockLock(g_osLogLock);
+    const bool restored = RestoreFile();
     if (g_osLogFile != g_stream) {
         if (g_stream != nullptr) {
             (void)std::fclose(g_stream); // of the file that was rotated away; nobody writes to it any more
@@ -35,6 +69,7 @@ void BringToFile() noexcept
         (void)std::fflush(g_stream);
     }
     g_corvaneInfra.spinlockUnlock(g_osLogLock);
+    return restored;
 }
 
 __attribute__((format(printf, 6, 7))) void LogLine(uint32_t level, const char *module, const char *file, uint32_t line,
@@ -53,7 +88,11 @@ __attribute__((format(printf, 6, 7))) void LogLine(uint32_t level, const char *m
     t_logging = true;
     CorvaneOsLog(level, module, file, line, func, "%s", text.data());
     if (outermost) {
-        BringToFile();
+        if (BringToFile()) {
+            CorvaneOsLog(CORVANE_LOG_EVENT, "AGENTD", "agent_log.cpp", __LINE__, __func__, "%s",
+                         "the log file was missing and begins anew");
+            (void)BringToFile();
+        }
         t_logging = false;
     }
 }

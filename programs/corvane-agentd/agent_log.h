@@ -4,7 +4,8 @@
  *
  * The library's file log keeps every level, leaves lines in the stream's buffer and leaves the old stream open at each
  * rotation. Here lines of a level that is not wanted are dropped before it, a line is on the file when the statement
- * returns, and the stream of a rotated file is closed. Any thread may log.
+ * returns, the stream of a rotated file is closed, and a file that a rotation could not make, or that somebody removed,
+ * is made as soon as that is possible. Any thread may log.
  */
 #ifndef CORVANE_AGENTD_AGENT_LOG_H
 #define CORVANE_AGENTD_AGENT_LOG_H

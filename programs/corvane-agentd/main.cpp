@@ -22,19 +22,21 @@
 #include <unistd.h>
 
 #include "agent_log.h"
+#include "common/command_line.h"
+#include "common/service_manager.h"
 #include "config/corvane_prefix_path.h"
 #include "data_collect/data_collect_agent/data_collect_agent_kernel/dcak_lsblk.h"
 #include "data_collect/data_collect_agent/data_collect_agent_kernel/dcak_server.h"
 #include "data_collect/data_collect_agent/data_collect_agent_kernel/dcak_slot.h"
-#include "service_manager.h"
 
 namespace {
 
 /** What the exit status says. Service files and scripts rely on the numbers. */
 enum ExitCode {
-    EXIT_CODE_OK = 0,              /**< ended by SIGTERM or SIGINT, or --help or --version */
-    EXIT_CODE_START_FAILED = 1,    /**< the agent does not serve, or no longer; standard error says why */
-    EXIT_CODE_USAGE = 2,           /**< bad command line */
+    EXIT_CODE_OK = 0,           /**< ended by SIGTERM or SIGINT, or --help or --version */
+    EXIT_CODE_START_FAILED = 1, /**< the agent does not serve, or no longer, or the text of --help or --version cannot
+                                     be written; standard error says why */
+    EXIT_CODE_USAGE = 2,        /**< bad command line */
     EXIT_CODE_ALREADY_RUNNING = 3, /**< somebody serves the socket already */
     EXIT_CODE_NOT_ROOT = 4,        /**< not started as root */
     EXIT_CODE_NO_GROUP = 5,        /**< the group of the socket is missing */
@@ -50,11 +52,13 @@ identity, health and I/O counters. Runs in the foreground, as root, until SIGTER
   -h, --help     print this text and exit
   -V, --version  print the version and exit
 
-Exit status: 0 ended on request, 1 start failed or the agent stopped serving, 2 bad command line, 3 the socket is
-served already, 4 not root, 5 the group corvane_group is missing, 6 lsblk is missing or older than 2.23.2.
+Exit status: 0 ended on request, 1 start failed, the agent stopped serving, or standard output cannot be written,
+2 bad command line, 3 the socket is served already, 4 not root, 5 the group corvane_group is missing, 6 lsblk is
+missing or older than 2.23.2.
 Log: /var/log/corvane_super/corvane.os.log. See corvane-agentd(8).
 )";
 
+const char *const kLetters = ":vhV";
 const char *const kGroup = "corvane_group";
 constexpr mode_t kSocketMode = 0660;
 constexpr long kPollNs = 20000000L; // 20 ms
@@ -70,15 +74,26 @@ constexpr long kNanosecondsPerMillisecond = 1000000;
     return exitCode;
 }
 
-enum class Listener { SERVES, REFUSES, ABSENT };
+[[nodiscard]] int Print(const std::string &text)
+{
+    (void)std::fputs(text.c_str(), stdout);
+    const std::string problem = FlushOutput();
+    return problem.empty() ? EXIT_CODE_OK : Fail(EXIT_CODE_START_FAILED, problem);
+}
+
+enum class Listener { SERVES, REFUSES, ABSENT, UNKNOWN };
 
 /**
  * Asks an empty request of whoever listens, which an agent answers without a line in its log.
  * @param[out] pid  The process that listens.
+ * @return UNKNOWN, with errno set, if this process cannot ask: that says nothing of the other.
  */
 Listener Probe(const char *path, pid_t &pid)
 {
     const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    if (fd < 0) {
+        return Listener::UNKNOWN;
+    }
     struct sockaddr_un address = {};
     address.sun_family = AF_UNIX;
     std::memcpy(address.sun_path, path, strnlen(path, DCAK_SERVER_ADDRESS_SIZE));
@@ -138,7 +153,9 @@ bool WaitForEnd(const sigset_t &signals)
             continue;
         }
         pid_t pid = 0;
-        if (Probe(g_DCAK_SERVER.address, pid) != Listener::SERVES) {
+        const Listener found = Probe(g_DCAK_SERVER.address, pid);
+        // Busy agents run out of descriptors, too; one that is gone has given its own back.
+        if (found != Listener::SERVES && found != Listener::UNKNOWN) {
             return false;
         }
         if (wanted > 0) {
@@ -166,7 +183,12 @@ int Run(bool verbose)
     const gid_t groupId = group->gr_gid;
     (void)DcakServerInit();
     pid_t other = 0;
-    if (Probe(g_DCAK_SERVER.address, other) == Listener::SERVES) {
+    const Listener present = Probe(g_DCAK_SERVER.address, other);
+    if (present == Listener::UNKNOWN) {
+        return Fail(EXIT_CODE_START_FAILED, std::string("cannot look whether ") + g_DCAK_SERVER.address +
+                                                " is served already: no socket: " + std::strerror(errno));
+    }
+    if (present == Listener::SERVES) {
         return Fail(EXIT_CODE_ALREADY_RUNNING, std::string(g_DCAK_SERVER.address) + " is served already by process " +
                                                    std::to_string(other) + "; stop that process first");
     }
@@ -221,20 +243,18 @@ int main(int argc, char **argv)
                                          {nullptr, 0, nullptr, 0}};
     bool verbose = false;
     opterr = 0;
-    for (int letter = 0; (letter = getopt_long(argc, argv, ":vhV", longOptions, nullptr)) != -1;) {
+    for (int letter = 0; (letter = getopt_long(argc, argv, kLetters, longOptions, nullptr)) != -1;) {
         switch (letter) {
         case 'v':
             verbose = true;
             break;
         case 'h':
-            (void)std::fputs(kHelpText, stdout);
-            return EXIT_CODE_OK;
+            return Print(kHelpText);
         case 'V':
-            (void)std::puts("corvane-agentd " CORVANE_VERSION);
-            return EXIT_CODE_OK;
+            return Print("corvane-agentd " CORVANE_VERSION "\n");
         default:
             return Fail(EXIT_CODE_USAGE,
-                        std::string("unknown option ") + argv[optind - 1] + "; see corvane-agentd --help");
+                        "unknown option " + RefusedOption(argv, kLetters) + "; see corvane-agentd --help");
         }
     }
     if (optind < argc) {

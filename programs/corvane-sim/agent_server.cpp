@@ -13,13 +13,11 @@ namespace {
 // The kernel agent reads once, this many bytes at most; what is longer arrives cut and cannot be read.
 constexpr size_t kKernelRequest = 3071;
 constexpr size_t kSpdkRequest = 65536;
-// Out of descriptors: wait for connections to end.
-constexpr double kAcceptPause = 0.1;
 
 } // namespace
 
 AgentServer::AgentServer(AgentKind kind, const std::string &path, uint64_t tickRate, const Shared &shared)
-    : kind_(kind), shared_(shared), listener_(path)
+    : kind_(kind), shared_(shared), acceptor_(shared.loop, path, [this](int fd) { OnConnect(fd); })
 {
     state_.tickRate = tickRate;
 }
@@ -29,20 +27,12 @@ AgentServer::~AgentServer()
     Stop(false);
 }
 
-void AgentServer::Start()
-{
-    listener_.Open();
-    listenerWatch_ = shared_.loop.Watch(listener_.Fd(), EPOLLIN, [this](uint32_t) { OnConnect(); });
-}
-
 void AgentServer::Stop(bool keepFile)
 {
-    shared_.loop.Cancel(resumeTimer_);
-    shared_.loop.Unwatch(listenerWatch_);
     while (!connections_.empty()) {
         Close(connections_.begin()->first);
     }
-    listener_.Close(keepFile);
+    acceptor_.Stop(keepFile);
 }
 
 void AgentServer::Behave(const std::string &method)
@@ -79,32 +69,18 @@ std::optional<Misbehaviour> AgentServer::TakeMisbehaviour(const std::string &met
     return misbehaviour;
 }
 
-void AgentServer::OnConnect()
+void AgentServer::OnConnect(int fd)
 {
-    for (;;) {
-        const int fd = listener_.Accept();
-        if (fd < 0) {
-            if (errno == EINTR || errno == ECONNABORTED) {
-                continue;
-            }
-            if (errno != EAGAIN && errno != EWOULDBLOCK) {
-                shared_.loop.ChangeWatch(listenerWatch_, 0);
-                resumeTimer_ =
-                    shared_.loop.After(kAcceptPause, [this] { shared_.loop.ChangeWatch(listenerWatch_, EPOLLIN); });
-            }
-            return;
-        }
-        const auto general = misbehaviours_.find("");
-        if (general != misbehaviours_.end() && general->second.mode == Mode::kCloseUnread) {
-            (void)TakeMisbehaviour("");
-            close(fd);
-            continue;
-        }
-        const uint64_t id = nextConnection_++;
-        Connection &connection = connections_[id];
-        connection.fd = fd;
-        connection.watch = shared_.loop.Watch(fd, EPOLLIN, [this, id](uint32_t events) { OnActivity(id, events); });
+    const auto general = misbehaviours_.find("");
+    if (general != misbehaviours_.end() && general->second.mode == Mode::kCloseUnread) {
+        (void)TakeMisbehaviour("");
+        close(fd);
+        return;
     }
+    const uint64_t id = nextConnection_++;
+    Connection &connection = connections_[id];
+    connection.fd = fd;
+    connection.watch = shared_.loop.Watch(fd, EPOLLIN, [this, id](uint32_t events) { OnActivity(id, events); });
 }
 
 void AgentServer::OnActivity(uint64_t id, uint32_t events)

@@ -1,11 +1,11 @@
 // One simulated agent: its socket, its connections, and its present misbehaviour. Runs in the event loop's thread.
 #pragma once
 
+#include "acceptor.h"
 #include "event_loop.h"
 #include "methods.h"
 #include "misbehaviour.h"
 #include "recorder.h"
-#include "unix_listener.h"
 
 #include <functional>
 #include <map>
@@ -29,10 +29,10 @@ public:
     AgentServer(const AgentServer &) = delete;
     AgentServer &operator=(const AgentServer &) = delete;
 
-    void Start();
+    void Start() { acceptor_.Start(); }
     /** Drop all connections and stop listening. */
     void Stop(bool keepFile);
-    [[nodiscard]] bool IsServing() const { return listener_.IsOpen(); }
+    [[nodiscard]] bool IsServing() const { return acceptor_.IsServing(); }
     void Misbehave(const Misbehaviour &misbehaviour) { misbehaviours_[misbehaviour.method] = misbehaviour; }
     /** Right again: for one method, or with an empty text for all. Connections that hang are closed. */
     void Behave(const std::string &method);
@@ -54,7 +54,7 @@ private:
         double pause = 0;
     };
 
-    void OnConnect();
+    void OnConnect(int fd);
     void OnActivity(uint64_t id, uint32_t events);
     void Read(uint64_t id, Connection &connection);
     void OnRequest(uint64_t id, Connection &connection, const cJSON *tree);
@@ -65,10 +65,8 @@ private:
 
     AgentKind kind_;
     Shared shared_;
-    UnixListener listener_;
+    Acceptor acceptor_;
     AgentState state_;
-    uint64_t listenerWatch_ = 0;
-    uint64_t resumeTimer_ = 0;
     uint64_t nextConnection_ = 1;
     uint64_t requests_ = 0;
     std::map<uint64_t, Connection> connections_;

@@ -10,30 +10,26 @@ namespace corvane_sim {
 namespace {
 
 constexpr size_t kMostLine = size_t{1} << 20U;
+// What waits for a client that does not read, beside what the kernel holds for it.
+constexpr size_t kMostUnread = size_t{1} << 20U;
 
 } // namespace
 
 ControlServer::ControlServer(EventLoop &loop, const std::string &path, Handler handler)
-    : loop_(loop), listener_(path), handler_(std::move(handler))
+    : loop_(loop), acceptor_(loop, path, [this](int fd) { OnConnect(fd); }), handler_(std::move(handler))
 {
-    listener_.Open();
-    listenerWatch_ = loop_.Watch(listener_.Fd(), EPOLLIN, [this](uint32_t) { OnConnect(); });
+    acceptor_.Start();
 }
 
 ControlServer::~ControlServer()
 {
-    loop_.Unwatch(listenerWatch_);
     while (!connections_.empty()) {
         Close(connections_.begin()->first);
     }
 }
 
-void ControlServer::OnConnect()
+void ControlServer::OnConnect(int fd)
 {
-    const int fd = listener_.Accept();
-    if (fd < 0) {
-        return;
-    }
     const uint64_t id = nextConnection_++;
     Connection &connection = connections_[id];
     connection.fd = fd;
@@ -54,16 +50,24 @@ void ControlServer::OnActivity(uint64_t id, uint32_t events)
             connection.in += '\n';
         }
     }
+    if (!AnswerLines(connection) || !Flush(connection) || ended || connection.in.size() > kMostLine) {
+        Close(id);
+    }
+}
+
+bool ControlServer::AnswerLines(Connection &connection)
+{
     for (size_t end = connection.in.find('\n'); end != std::string::npos; end = connection.in.find('\n')) {
         const std::string line = connection.in.substr(0, end);
         connection.in.erase(0, end + 1);
         if (line.find_first_not_of(" \t\r") != std::string::npos) {
             connection.out += handler_(line) + "\n";
         }
+        if (connection.out.size() > kMostUnread && (!Flush(connection) || connection.out.size() > kMostUnread)) {
+            return false;
+        }
     }
-    if (!Flush(connection) || ended || connection.in.size() > kMostLine) {
-        Close(id);
-    }
+    return true;
 }
 
 bool ControlServer::Flush(Connection &connection)

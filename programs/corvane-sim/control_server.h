@@ -1,8 +1,8 @@
 // The control socket: one JSON object a line in, one a line out. Runs in the event loop's thread.
 #pragma once
 
+#include "acceptor.h"
 #include "event_loop.h"
-#include "unix_listener.h"
 
 #include <functional>
 #include <map>
@@ -28,15 +28,16 @@ private:
         std::string out;
     };
 
-    void OnConnect();
+    void OnConnect(int fd);
+    /** Answers the whole lines. @return false if the client does not read what it asked for. */
+    bool AnswerLines(Connection &connection);
     void OnActivity(uint64_t id, uint32_t events);
     bool Flush(Connection &connection);
     void Close(uint64_t id);
 
     EventLoop &loop_;
-    UnixListener listener_;
+    Acceptor acceptor_;
     Handler handler_;
-    uint64_t listenerWatch_ = 0;
     uint64_t nextConnection_ = 1;
     std::map<uint64_t, Connection> connections_;
 };

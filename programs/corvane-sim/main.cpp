@@ -1,4 +1,5 @@
 // corvane-sim: simulated collection agents, for machines without disks, for tests and for load.
+#include "common/command_line.h"
 #include "control_client.h"
 #include "judge.h"
 #include "simulation.h"
@@ -10,7 +11,7 @@
 
 namespace {
 
-constexpr int kCannotServe = 1;
+constexpr int kFailed = 1;
 constexpr int kBadScenario = 3;
 
 void PrepareProcess()
@@ -31,15 +32,26 @@ void PrepareProcess()
     }
 }
 
+/** @return @p exitCode, or that of a failure if the text that was asked for has not arrived. */
+int Finish(int exitCode)
+{
+    const std::string problem = FlushOutput();
+    if (problem.empty()) {
+        return exitCode;
+    }
+    (void)std::fprintf(stderr, "corvane-sim: %s\n", problem.c_str());
+    return exitCode == 0 ? kFailed : exitCode;
+}
+
 int Run(int argc, char **argv)
 {
     int exitCode = 0;
     const auto options = corvane_sim::ParseOptions(argc, argv, exitCode);
     if (!options) {
-        return exitCode;
+        return Finish(exitCode);
     }
     if (!options->send.empty()) {
-        return corvane_sim::SendControlLine(options->control, options->send) ? 0 : kCannotServe;
+        return Finish(corvane_sim::SendControlLine(options->control, options->send) ? 0 : kFailed);
     }
     corvane_sim::Scenario scenario;
     try {
@@ -51,10 +63,10 @@ int Run(int argc, char **argv)
     if (options->checkOnly) {
         (void)std::printf("%s: good, %zu disks, %zu events\n", options->scenario.c_str(), scenario.disks.size(),
                           scenario.events.size());
-        return 0;
+        return Finish(0);
     }
     if (!options->judge.empty()) {
-        return corvane_sim::JudgeStatus(scenario, options->judge) ? 0 : kCannotServe;
+        return Finish(corvane_sim::JudgeStatus(scenario, options->judge) ? 0 : kFailed);
     }
     PrepareProcess();
     corvane_sim::Simulation(*options, std::move(scenario)).Run();
@@ -69,6 +81,6 @@ int main(int argc, char **argv)
         return Run(argc, argv);
     } catch (const std::exception &error) {
         (void)std::fprintf(stderr, "corvane-sim: %s\n", error.what());
-        return kCannotServe;
+        return kFailed;
     }
 }

@@ -37,8 +37,8 @@ constexpr const char *kHelp =
     "Once both sockets listen, the line \"ready\" goes to standard output. SIGTERM and SIGINT end the program and\n"
     "remove its sockets.\n"
     "\n"
-    "Exit status: 0 ended as asked; 1 could not serve, the event was refused, or a verdict is not as expected;\n"
-    "2 wrong command line; 3 the scenario has a mistake.\n"
+    "Exit status: 0 ended as asked; 1 could not serve, the event was refused, a verdict is not as expected, or\n"
+    "standard output cannot be written; 2 wrong command line; 3 the scenario has a mistake.\n"
     "The scenario format is described in docs/simulator.md.\n";
 
 enum LongOnly : int {

@@ -62,23 +62,34 @@ void UnixListener::Open()
     const sockaddr_un address = UnixAddressOf(path_);
     RemoveStaleFile();
     const int fd = MakeSocket();
-    struct stat status {};
-    if (bind(fd, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) != 0 ||
-        chmod(path_.c_str(), kSocketMode) != 0 || lstat(path_.c_str(), &status) != 0 || listen(fd, kBacklog) != 0) {
+    fd_ = fd;
+    inode_ = 0;
+    if (bind(fd, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) != 0 || !RememberFile() ||
+        chmod(path_.c_str(), kSocketMode) != 0 || listen(fd, kBacklog) != 0) {
         const int error = errno;
-        close(fd);
+        Close(false);
         throw std::runtime_error(path_ + ": cannot be served: " + std::strerror(error) +
                                  "; check that its folder exists and may be written");
     }
-    fd_ = fd;
+}
+
+bool UnixListener::RememberFile()
+{
+    struct stat status {};
+    if (lstat(path_.c_str(), &status) != 0) {
+        return false;
+    }
     device_ = status.st_dev;
     inode_ = status.st_ino;
+    return true;
 }
 
 void UnixListener::RemoveOwnFile() const
 {
     struct stat status {};
-    if (inode_ != 0 && lstat(path_.c_str(), &status) == 0 && status.st_dev == device_ && status.st_ino == inode_) {
+    // The number of a file that is gone may be another's now.
+    if (inode_ != 0 && lstat(path_.c_str(), &status) == 0 && S_ISSOCK(status.st_mode) && status.st_dev == device_ &&
+        status.st_ino == inode_) {
         (void)unlink(path_.c_str());
     }
 }

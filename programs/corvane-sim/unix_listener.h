@@ -29,6 +29,7 @@ public:
 
 private:
     void RemoveStaleFile() const;
+    bool RememberFile();
     void RemoveOwnFile() const;
 
     std::string path_;

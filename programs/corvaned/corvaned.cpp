@@ -2,8 +2,9 @@
  * @file corvaned.cpp
  * @brief The library in a process of its own.
  *
- * The main thread starts the library, then waits for signals and prints the status table; everything else happens on
- * the library's threads. Signals that end the process are blocked before the first thread exists, so that all threads
+ * The main thread starts the library, then waits for signals and tells the service manager that the library works; it
+ * never waits for the library. The status is printed by a thread of its own, and everything else happens on the
+ * library's threads. Signals that end the process are blocked before the first thread exists, so that all threads
  * inherit that and only the wait below receives them.
  */
 #include <array>
@@ -13,27 +14,32 @@
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
+#include <exception>
+#include <sched.h>
 #include <sys/stat.h>
+#include <thread>
 #include <unistd.h>
 
 #include "cli/common/CLogger.h"
 #include "cli/server/CliUdsServer.h"
+#include "common/command_line.h"
+#include "common/service_manager.h"
 #include "config/corvane_prefix_path.h"
 #include "exit_codes.h"
 #include "init/corvane_init.h"
 #include "init/corvane_signal_stash.h"
-#include "online_disks.h"
+#include "library_pulse.h"
 #include "options.h"
-#include "service_manager.h"
 #include "start_failure.h"
-#include "status_json.h"
-#include "status_table.h"
+#include "status.h"
 
 namespace {
 
 constexpr long kNanosecondsPerSecond = 1000000000L;
 constexpr long kNanosecondsPerMillisecond = 1000000L;
 constexpr long kMillisecondsPerSecond = 1000L;
+/** As many as the library's own threads take between two that give the processor away. */
+constexpr int kLooksBeforeYield = 64;
 
 /** Sets the prefix by option or by the program's place. @return what is wrong, or nothing. */
 std::string SetPrefix(const Options &options)
@@ -61,29 +67,23 @@ sigset_t EndSignals()
     return signals;
 }
 
-/** A moment that comes again and again; one with no period never comes. */
+/** A moment that comes again and again. */
 class Recurring {
 public:
-    explicit Recurring(long periodMs) : periodMs_(periodMs)
-    {
-        (void)clock_gettime(CLOCK_MONOTONIC, &due_);
-        Next();
-    }
+    explicit Recurring(long periodMs) : periodMs_(periodMs) { AfterNow(); }
 
-    [[nodiscard]] bool Wanted() const { return periodMs_ > 0; }
+    [[nodiscard]] bool IsDue() const
+    {
+        const struct timespec left = Left();
+        return left.tv_sec == 0 && left.tv_nsec == 0;
+    }
+    /** Moments that have passed meanwhile are left out. */
     void Next()
     {
-        due_.tv_sec += periodMs_ / kMillisecondsPerSecond;
-        due_.tv_nsec += periodMs_ % kMillisecondsPerSecond * kNanosecondsPerMillisecond;
-        if (due_.tv_nsec >= kNanosecondsPerSecond) {
-            due_.tv_sec += 1;
-            due_.tv_nsec -= kNanosecondsPerSecond;
+        Advance();
+        if (IsDue()) {
+            AfterNow();
         }
-    }
-    [[nodiscard]] bool IsBefore(const Recurring &other) const
-    {
-        return Wanted() && (!other.Wanted() || due_.tv_sec < other.due_.tv_sec ||
-                            (due_.tv_sec == other.due_.tv_sec && due_.tv_nsec < other.due_.tv_nsec));
     }
     /** Time from now on the monotonic clock, not below zero. */
     [[nodiscard]] struct timespec Left() const
@@ -99,56 +99,94 @@ public:
     }
 
 private:
+    void AfterNow()
+    {
+        (void)clock_gettime(CLOCK_MONOTONIC, &due_);
+        Advance();
+    }
+    void Advance()
+    {
+        due_.tv_sec += periodMs_ / kMillisecondsPerSecond;
+        due_.tv_nsec += periodMs_ % kMillisecondsPerSecond * kNanosecondsPerMillisecond;
+        if (due_.tv_nsec >= kNanosecondsPerSecond) {
+            due_.tv_sec += 1;
+            due_.tv_nsec -= kNanosecondsPerSecond;
+        }
+    }
+
     long periodMs_;
     struct timespec due_ = {};
 };
 
-void PrintStatus(const Options &options)
+/** For ever. On a thread of its own: the data store may be waited for as long as a peer is. */
+void PrintStatusAgainAndAgain(uint32_t intervalSeconds, Options::Format format) noexcept
 {
-    if (options.statusFormat == Options::Format::JSON) {
-        PrintStatusJson(stdout);
-    } else {
-        PrintStatusTable(stdout);
+    Recurring status(static_cast<long>(intervalSeconds) * kMillisecondsPerSecond);
+    while (true) {
+        struct timespec left = status.Left();
+        while (clock_nanosleep(CLOCK_MONOTONIC, 0, &left, &left) == EINTR) {
+        }
+        status.Next();
+        PrintStatus(stdout, format);
     }
 }
 
-/** The list needs the lock that every part of the library takes sooner or later: where it is stuck, so is the service.
- */
-void TellThatItWorks()
+void StartStatus(const Options &options)
 {
-    std::vector<DiskMgrObj> disks;
-    (void)ListOnlineDisks(
-        disks); // that it returns is what counts: there is no list while the collection is switched off
-    (void)NotifyServiceManager("WATCHDOG=1");
+    try {
+        std::thread(PrintStatusAgainAndAgain, options.statusInterval, options.statusFormat).detach();
+    } catch (const std::exception &problem) {
+        (void)std::fprintf(stderr, "corvaned: no status will be printed: %s\n", problem.what());
+    }
 }
 
-/** Returns when one of the signals has come; prints the status and tells the service manager in between. */
-void WaitForEnd(const sigset_t &signals, const Options &options)
+/** @return true when one of the signals has come, false when the time is over, or earlier. */
+bool WaitForSignal(const sigset_t &signals, const struct timespec &time)
 {
-    Recurring status(static_cast<long>(options.statusInterval) * kMillisecondsPerSecond);
-    Recurring watchdog(WatchdogPeriodMs());
-    if (!status.Wanted() && !watchdog.Wanted()) {
+    return sigtimedwait(&signals, nullptr, &time) > 0;
+}
+
+/**
+ * Waits until the library shows that it works; where it is stuck, that is until the service manager ends the process.
+ * @return true when one of the signals has come before.
+ */
+bool WaitForPulse(const sigset_t &signals, LibraryPulse &pulse)
+{
+    // Others wait for the same locks in this way, and whoever sleeps in between comes too late for ever.
+    for (int look = 1; !pulse.Beats(); look++) {
+        if (look % kLooksBeforeYield != 0) {
+            continue;
+        }
+        if (WaitForSignal(signals, {0, 0})) {
+            return true;
+        }
+        (void)sched_yield();
+    }
+    return false;
+}
+
+/** Returns when one of the signals has come. */
+void WaitForEnd(const sigset_t &signals)
+{
+    const long period = WatchdogPeriodMs();
+    if (period == 0) {
         while (sigwaitinfo(&signals, nullptr) < 0 && errno == EINTR) {
         }
         return;
     }
+    LibraryPulse pulse;
+    Recurring beat(period);
     while (true) {
-        const bool isWatchdog = watchdog.IsBefore(status);
-        Recurring &next = isWatchdog ? watchdog : status;
-        int result = 0;
         do {
-            const struct timespec left = next.Left();
-            result = sigtimedwait(&signals, nullptr, &left);
-        } while (result < 0 && errno == EINTR);
-        if (result > 0) {
+            if (WaitForSignal(signals, beat.Left())) {
+                return;
+            }
+        } while (!beat.IsDue());
+        if (WaitForPulse(signals, pulse)) {
             return;
         }
-        next.Next();
-        if (isWatchdog) {
-            TellThatItWorks();
-        } else {
-            PrintStatus(options);
-        }
+        (void)NotifyServiceManager("WATCHDOG=1");
+        beat.Next();
     }
 }
 
@@ -157,6 +195,13 @@ void WaitForEnd(const sigset_t &signals, const Options &options)
     (void)std::fflush(stdout);
     (void)std::fprintf(stderr, "corvaned: %s\n", message.c_str());
     return exitCode;
+}
+
+[[nodiscard]] int Print(const std::string &text)
+{
+    (void)std::fputs(text.c_str(), stdout);
+    const std::string problem = FlushOutput();
+    return problem.empty() ? EXIT_CODE_OK : Fail(EXIT_CODE_START_FAILED, problem);
 }
 
 /**
@@ -205,7 +250,10 @@ int Run(const Options &options)
         (void)std::fprintf(stderr, "corvaned: the service manager cannot be told that the start is complete; "
                                    "check NOTIFY_SOCKET\n");
     }
-    WaitForEnd(signals, options);
+    if (options.statusInterval > 0) {
+        StartStatus(options);
+    }
+    WaitForEnd(signals);
     (void)NotifyServiceManager("STOPPING=1\nSTATUS=Stopping");
     return EXIT_CODE_OK;
 }
@@ -221,11 +269,9 @@ int main(int argc, char **argv)
     }
     switch (options.action) {
     case Options::Action::HELP:
-        (void)std::fputs(kHelpText, stdout);
-        return EXIT_CODE_OK;
+        return Print(kHelpText);
     case Options::Action::VERSION:
-        (void)std::puts("corvaned " CORVANE_VERSION);
-        return EXIT_CODE_OK;
+        return Print("corvaned " CORVANE_VERSION "\n");
     case Options::Action::RUN:
         break;
     }

@@ -5,6 +5,8 @@
 #include <getopt.h>
 #include <string_view>
 
+#include "common/command_line.h"
+
 const char *const kHelpText = R"(Usage: corvaned [--prefix DIR] [--status-interval SECONDS [--status-format text|json]]
                 [--allow-action-mismatch] [--verbose]
 
@@ -23,13 +25,15 @@ foreground until SIGTERM or SIGINT.
   -h, --help                     print this text and exit
   -V, --version                  print the version and exit
 
-Exit status: 0 ended on request, 1 start failed, 2 bad command line, 3 already running on this prefix.
+Exit status: 0 ended on request, 1 start failed or standard output cannot be written, 2 bad command line,
+3 already running on this prefix.
 Log: /var/log/corvane/. See corvaned(8).
 )";
 
 namespace {
 
 constexpr uint32_t kMaxStatusInterval = 86400;
+constexpr const char *kLetters = ":p:s:f:vhV";
 
 bool ParseInterval(std::string_view text, uint32_t &seconds)
 {
@@ -55,7 +59,7 @@ bool ParseOptions(int argc, char **argv, Options &options, std::string &error)
     };
     opterr = 0;
     int letter = 0;
-    while ((letter = getopt_long(argc, argv, ":p:s:f:vhV", longOptions, nullptr)) != -1) {
+    while ((letter = getopt_long(argc, argv, kLetters, longOptions, nullptr)) != -1) {
         switch (letter) {
         case 'p':
             if (*optarg == '\0') {
@@ -94,7 +98,7 @@ bool ParseOptions(int argc, char **argv, Options &options, std::string &error)
             error = std::string(argv[optind - 1]) + " needs a value; see corvaned --help";
             return false;
         default:
-            error = std::string("unknown option ") + argv[optind - 1] + "; see corvaned --help";
+            error = "unknown option " + RefusedOption(argv, kLetters) + "; see corvaned --help";
             return false;
         }
     }

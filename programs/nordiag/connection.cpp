@@ -11,14 +11,14 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include "output.h"
+
 using nordiag::FrameHeader;
 using nordiag::FrameType;
 
 namespace {
 
 constexpr size_t kReadSize = 65536;
-/** A pipe that says it can be written to takes this much without blocking. */
-constexpr size_t kWriteSize = 4096;
 /** Of output that nobody takes; then the process waits, and soon gives this client up. */
 constexpr size_t kMaxKept = 64 << 20;
 constexpr time_t kConnectSeconds = 2;
@@ -56,37 +56,11 @@ std::vector<std::string> Unpack(std::string_view payload)
     std::vector<std::string> words;
     while (!payload.empty()) {
         const std::string_view word = payload.substr(0, payload.find('\0'));
-        words.emplace_back(word);
+        words.push_back(OnePlainLine(word));
         payload.remove_prefix(std::min(word.size() + 1, payload.size()));
     }
     return words;
 }
-
-/** Standard output, written to only when it does not block. */
-class OutputQueue {
-public:
-    void Add(std::string_view text) { text_ += text; }
-    [[nodiscard]] bool Empty() const { return text_.empty(); }
-    [[nodiscard]] size_t Size() const { return text_.size() - written_; }
-    /** @return false if it cannot be written to any more. */
-    bool WriteSome()
-    {
-        const ssize_t count = write(STDOUT_FILENO, text_.data() + written_, std::min(Size(), kWriteSize));
-        if (count < 0) {
-            return errno == EAGAIN || errno == EINTR;
-        }
-        written_ += static_cast<size_t>(count);
-        if (written_ == text_.size()) {
-            text_.clear();
-            written_ = 0;
-        }
-        return true;
-    }
-
-private:
-    std::string text_;
-    size_t written_ = 0;
-};
 
 class Exchange {
 public:
@@ -112,7 +86,7 @@ private:
     const Request &request_;
     Answer &answer_;
     std::string received_;
-    OutputQueue output_;
+    OutputQueue output_{STDOUT_FILENO};
     bool finished_ = false;
 };
 
@@ -231,7 +205,7 @@ void Exchange::TakeFrame(FrameType type, std::string_view payload)
     case FrameType::REFUSED:
         if (!payload.empty()) {
             answer_.refusal = static_cast<nordiag::Refusal>(payload.front());
-            answer_.problem = payload.substr(1);
+            answer_.problem = OnePlainLine(payload.substr(1));
             answer_.outcome = Answer::Outcome::REFUSED;
             finished_ = true;
             return;
@@ -250,17 +224,17 @@ bool IsTooLong(const std::vector<std::string> &words)
     return words.size() > nordiag::kMaxWords || Pack(words).size() > nordiag::kMaxRequest;
 }
 
-Answer Ask(const std::string &socketPath, const Request &request)
+Answer Ask(const Peer &peer, const Request &request)
 {
     Answer answer;
     const Socket socket;
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
-    if (socket.Fd() < 0 || socketPath.size() >= sizeof(address.sun_path)) {
+    if (socket.Fd() < 0 || peer.socket.size() >= sizeof(address.sun_path)) {
         answer.problem = std::strerror(socket.Fd() < 0 ? errno : ENAMETOOLONG);
         return answer;
     }
-    (void)socketPath.copy(address.sun_path, socketPath.size());
+    (void)peer.socket.copy(address.sun_path, peer.socket.size());
     const timeval limit{kConnectSeconds, 0};
     (void)setsockopt(socket.Fd(), SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof(limit));
     if (connect(socket.Fd(), reinterpret_cast<const sockaddr *>(&address), sizeof(address)) != 0) {
@@ -270,10 +244,12 @@ Answer Ask(const std::string &socketPath, const Request &request)
         answer.problem = std::strerror(errno);
         return answer;
     }
-    ucred peer{};
-    socklen_t size = sizeof(peer);
-    if (getsockopt(socket.Fd(), SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0) {
-        answer.user = peer.uid;
+    ucred listener{};
+    socklen_t size = sizeof(listener);
+    if (getsockopt(socket.Fd(), SOL_SOCKET, SO_PEERCRED, &listener, &size) != 0 || listener.uid != peer.user) {
+        answer.outcome = Answer::Outcome::STRANGER;
+        answer.problem = "a process of another user listens in its place";
+        return answer;
     }
     Exchange exchange(socket.Fd(), request, answer);
     exchange.Send();

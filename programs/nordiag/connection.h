@@ -17,6 +17,7 @@ struct Answer {
         DONE,      ///< result says what the command returned
         REFUSED,   ///< refusal and problem say why
         DESERTED,  ///< nobody listens: the process has ended
+        STRANGER,  ///< a process of another user listens; it was asked nothing
         FAILED,    ///< problem says why
         SILENT,    ///< no answer in the time given
         ABANDONED, ///< on the user's request
@@ -24,9 +25,14 @@ struct Answer {
     Outcome outcome = Outcome::FAILED;
     int result = 0;
     nordiag::Refusal refusal{};
-    std::string problem;
-    std::vector<std::string> words;
-    uid_t user = static_cast<uid_t>(-1); ///< of the process, once it is connected
+    std::string problem;            ///< on one line, without control characters
+    std::vector<std::string> words; ///< the same
+};
+
+/** Whom to ask. */
+struct Peer {
+    std::string socket;
+    uid_t user = 0; ///< whose process must listen there
 };
 
 struct Request {
@@ -42,8 +48,9 @@ struct Request {
 bool IsTooLong(const std::vector<std::string> &words);
 
 /**
- * Output is taken as it comes and kept until standard output takes it, so a pager does not hold the process up.
+ * Output is taken as it comes and kept until standard output takes it, so a pager does not hold the process up. A
+ * terminal gets it without control characters.
  */
-Answer Ask(const std::string &socketPath, const Request &request);
+Answer Ask(const Peer &peer, const Request &request);
 
 #endif

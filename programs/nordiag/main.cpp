@@ -4,6 +4,7 @@
  */
 #include <cstdio>
 
+#include "common/command_line.h"
 #include "exit_codes.h"
 #include "options.h"
 #include "processes.h"
@@ -17,6 +18,13 @@ int Fail(int exitCode, const std::string &message)
     return exitCode;
 }
 
+/** Ends with what was printed. */
+int Printed()
+{
+    const std::string problem = FlushOutput();
+    return problem.empty() ? EXIT_CODE_OK : Fail(EXIT_CODE_NO_ANSWER, problem);
+}
+
 int List()
 {
     (void)std::printf("%-8s %-24s %-16s %s\n", "PROCESS", "NAME", "USER", "STATE");
@@ -24,7 +32,7 @@ int List()
         (void)std::printf("%-8d %-24s %-16s %s\n", process.id, process.name.c_str(), process.user.c_str(),
                           process.state.c_str());
     }
-    return EXIT_CODE_OK;
+    return Printed();
 }
 
 int WithProcess(const Options &options)
@@ -57,10 +65,10 @@ int main(int argc, char **argv)
     switch (options.action) {
     case Options::Action::HELP:
         (void)std::fputs(kHelpText, stdout);
-        return EXIT_CODE_OK;
+        return Printed();
     case Options::Action::VERSION:
         (void)std::puts("nordiag " CORVANE_VERSION);
-        return EXIT_CODE_OK;
+        return Printed();
     case Options::Action::LIST:
         return List();
     default:

@@ -21,7 +21,8 @@ reaches the processes of all users, others reach their own.
   -V, --version             print the version and exit
 
 Exit status: 0 done, 1 the command returned other than 0, 2 bad command line, 3 no such process or several,
-4 no answer from the process, 5 no such command group or no help for it, 130 abandoned with Ctrl-C.
+4 no answer from the process or output that cannot be written, 5 no such command group or no help for it,
+130 abandoned with Ctrl-C.
 See nordiag(1).
 )";
 

@@ -2,13 +2,14 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <fcntl.h>
 #include <filesystem>
 #include <pwd.h>
 #include <set>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
 
-#include "connection.h"
 #include "nordiagnose_socket_name.h"
 
 namespace fs = std::filesystem;
@@ -76,33 +77,82 @@ std::string StateOf(const Answer &answer)
     }
 }
 
-/** @return false if nobody is there. */
-bool Examine(Process &process)
+/** A folder that processes of its owner have their sockets in. It stays the same one, whatever its path leads to. */
+class SocketFolder {
+public:
+    explicit SocketFolder(fs::path path)
+        : path_(std::move(path)), fd_(open(path_.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC))
+    {
+        struct stat status {};
+        if (fd_ >= 0 && fstat(fd_, &status) == 0) {
+            owner_ = status.st_uid;
+            counts_ = geteuid() == 0 || owner_ == geteuid();
+        }
+    }
+    ~SocketFolder()
+    {
+        if (fd_ >= 0) {
+            (void)close(fd_);
+        }
+    }
+    SocketFolder(const SocketFolder &) = delete;
+    SocketFolder &operator=(const SocketFolder &) = delete;
+
+    [[nodiscard]] std::vector<fs::path> Entries() const { return counts_ ? EntriesOf(path_) : std::vector<fs::path>(); }
+    [[nodiscard]] uid_t Owner() const { return owner_; }
+    [[nodiscard]] bool HasSocket(const std::string &file, ino_t &inode) const
+    {
+        struct stat status {};
+        if (fstatat(fd_, file.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0 || !S_ISSOCK(status.st_mode) ||
+            status.st_uid != owner_) {
+            return false;
+        }
+        inode = status.st_ino;
+        return true;
+    }
+    /** Only the owner may: in the folder of another user nothing is root's to remove. */
+    void Remove(const std::string &file) const
+    {
+        if (owner_ == geteuid()) {
+            (void)unlinkat(fd_, file.c_str(), 0);
+        }
+    }
+
+private:
+    fs::path path_;
+    int fd_;
+    uid_t owner_ = 0;
+    bool counts_ = false;
+};
+
+/** @return false if nobody is there who counts. */
+bool Examine(const SocketFolder &folder, const std::string &file, Process &process)
 {
-    struct stat before {};
-    struct stat after {};
-    if (lstat(process.socket.c_str(), &before) != 0 || !S_ISSOCK(before.st_mode)) {
+    ino_t before = 0;
+    ino_t after = 0;
+    if (!folder.HasSocket(file, before)) {
         return false;
     }
-    const Answer answer = Ask(process.socket, {nordiag::FrameType::STATE, {}, false, kStatePatienceMs, nullptr});
+    const Answer answer = Ask(process.peer, {nordiag::FrameType::STATE, {}, false, kStatePatienceMs, nullptr});
     if (answer.outcome == Answer::Outcome::DESERTED) {
         // A new process of this number may have put its own socket here just now.
-        if (lstat(process.socket.c_str(), &after) == 0 && after.st_ino == before.st_ino) {
-            (void)unlink(process.socket.c_str());
+        if (folder.HasSocket(file, after) && after == before) {
+            folder.Remove(file);
         }
         return false;
     }
-    process.user = UserName(answer.user != static_cast<uid_t>(-1) ? answer.user : before.st_uid);
+    process.user = UserName(process.peer.user);
     process.state = StateOf(answer);
-    return true;
+    return answer.outcome != Answer::Outcome::STRANGER;
 }
 
 template <typename Fits>
 std::vector<Process> Find(Fits fits)
 {
     std::vector<Process> found;
-    for (const fs::path &folder : SocketFolders()) {
-        for (const fs::path &entry : EntriesOf(folder)) {
+    for (const fs::path &path : SocketFolders()) {
+        const SocketFolder folder(path);
+        for (const fs::path &entry : folder.Entries()) {
             const std::string file = entry.filename();
             std::string_view name;
             Process process;
@@ -110,8 +160,8 @@ std::vector<Process> Find(Fits fits)
                 continue;
             }
             process.name = name;
-            process.socket = entry;
-            if (fits(process) && Examine(process)) {
+            process.peer = {entry, folder.Owner()};
+            if (fits(process) && Examine(folder, file, process)) {
                 found.push_back(process);
             }
         }

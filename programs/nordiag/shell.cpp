@@ -14,6 +14,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "common/command_line.h"
 #include "completion.h"
 #include "connection.h"
 #include "exit_codes.h"
@@ -94,6 +95,7 @@ int Report(const Process &process, const std::string &group, const Answer &answe
         return Tell(EXIT_CODE_NO_ANSWER, Title(process) + " does not answer; it may be stopped, or hang");
     case Answer::Outcome::ABANDONED:
         return Tell(EXIT_CODE_ABANDONED, "abandoned; the command runs on in " + Title(process) + " until it ends");
+    case Answer::Outcome::STRANGER:
     case Answer::Outcome::FAILED:
         break;
     }
@@ -104,20 +106,21 @@ int Report(const Process &process, const std::string &group, const Answer &answe
 std::vector<std::string> WordsForCompletion(const Process &process, nordiag::FrameType type,
                                             const std::vector<std::string> &words)
 {
-    return Ask(process.socket, {type, words, false, kCompletionPatienceMs, nullptr}).words;
+    return Ask(process.peer, {type, words, false, kCompletionPatienceMs, nullptr}).words;
 }
 
 int ListGroups(const Process &process)
 {
-    const Answer answer = Ask(process.socket, {nordiag::FrameType::GROUPS, {}, false, -1, &g_interrupted});
+    const Answer answer = Ask(process.peer, {nordiag::FrameType::GROUPS, {}, false, -1, &g_interrupted});
     if (answer.outcome == Answer::Outcome::DONE && answer.words.empty()) {
         (void)std::puts("This process has no command groups.");
     }
     for (size_t i = 0; i + 1 < answer.words.size(); i += 2) {
         (void)std::printf("  %-20s%s\n", answer.words[i].c_str(), answer.words[i + 1].c_str());
     }
-    (void)std::fflush(stdout);
-    return Report(process, "", answer);
+    const std::string problem = FlushOutput();
+    std::clearerr(stdout); // what the shell prints next may get through
+    return problem.empty() ? Report(process, "", answer) : Tell(EXIT_CODE_NO_ANSWER, problem);
 }
 
 std::vector<std::string> GroupNames(const Process &process)
@@ -287,9 +290,10 @@ private:
 
 bool IsThere(const Process &process)
 {
-    const Answer answer = Ask(process.socket, {nordiag::FrameType::STATE, {}, false, kCompletionPatienceMs, nullptr});
+    const Answer answer = Ask(process.peer, {nordiag::FrameType::STATE, {}, false, kCompletionPatienceMs, nullptr});
     // A process on its way out may still accept, and cuts the connection then.
-    return answer.outcome != Answer::Outcome::DESERTED && answer.outcome != Answer::Outcome::FAILED;
+    return answer.outcome != Answer::Outcome::DESERTED && answer.outcome != Answer::Outcome::STRANGER &&
+           answer.outcome != Answer::Outcome::FAILED;
 }
 
 /** @return false if a quotation has no end. */
@@ -356,7 +360,7 @@ int RunCommand(const Process &process, const std::vector<std::string> &words)
     const InterruptGuard guard;
     if (words.front() != "help") {
         const Request run = {nordiag::FrameType::RUN, words, true, -1, &g_interrupted};
-        return Report(process, words.front(), Ask(process.socket, run));
+        return Report(process, words.front(), Ask(process.peer, run));
     }
     if (words.size() == 1) {
         return ListGroups(process);
@@ -365,7 +369,7 @@ int RunCommand(const Process &process, const std::vector<std::string> &words)
         return Tell(EXIT_CODE_USAGE, "help takes one command group");
     }
     const Request help = {nordiag::FrameType::HELP, {words[1]}, true, -1, &g_interrupted};
-    return Report(process, words[1], Ask(process.socket, help));
+    return Report(process, words[1], Ask(process.peer, help));
 }
 
 int RunShell(const Process &process)

@@ -3,8 +3,12 @@
 #include <cerrno>
 #include <csignal>
 #include <filesystem>
+#include <fstream>
 #include <sys/mount.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
+#include <thread>
 #include <vector>
 
 using ::testing::EndsWith;
@@ -58,6 +62,46 @@ TEST_F(ServingAgentdTest, TellsAWatchdogThatItServes)
     EXPECT_EQ(manager.Receive(), "WATCHDOG=1");
     EXPECT_EQ(manager.Receive(), "WATCHDOG=1");
 
+    agent.Signal(SIGTERM);
+    EXPECT_EQ(agent.WaitForExit(), 0);
+    SetUp();
+}
+
+/** Whether a thread of the process waits in accept4, which has its descriptor already. */
+static bool WaitsForClients(pid_t pid)
+{
+    for (const auto &task : std::filesystem::directory_iterator("/proc/" + std::to_string(pid) + "/task")) {
+        std::ifstream in(task.path() / "syscall");
+        long number = -1;
+        if (in >> number && number == SYS_accept4) {
+            return true;
+        }
+    }
+    return false;
+}
+
+TEST_F(ServingAgentdTest, IsAliveWithoutADescriptorForTheLook)
+{
+    TearDown();
+    const NotifySocket manager;
+    ChildProcess agent({AGENTD_PATH}, {manager.Environment(), Path(), "WATCHDOG_USEC=4000000"});
+    ASSERT_EQ(manager.Receive(), "READY=1\nSTATUS=Serving");
+    struct rlimit before = {};
+    ASSERT_EQ(prlimit(agent.Pid(), RLIMIT_NOFILE, nullptr, &before), 0);
+    const struct rlimit none = {0, before.rlim_max};
+    // A look is over, and its connection taken: the next one comes in two seconds.
+    ASSERT_EQ(manager.Receive(), "WATCHDOG=1");
+    for (int i = 0; i < 6000 && !WaitsForClients(agent.Pid()); i++) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    ASSERT_EQ(prlimit(agent.Pid(), RLIMIT_NOFILE, &none, nullptr), 0);
+
+    EXPECT_EQ(manager.Receive(), "WATCHDOG=1");
+    EXPECT_EQ(manager.Receive(), "WATCHDOG=1");
+
+    EXPECT_TRUE(agent.Running());
+    ASSERT_EQ(prlimit(agent.Pid(), RLIMIT_NOFILE, &before, nullptr), 0);
+    EXPECT_EQ(Ask(R"({"id":7})"), kNoDisks);
     agent.Signal(SIGTERM);
     EXPECT_EQ(agent.WaitForExit(), 0);
     SetUp();
@@ -146,6 +190,18 @@ TEST_F(AgentdStartTest, SaysThatTheGroupIsMissing)
     EXPECT_EQ(Client().Error(), ENOENT) << "clients fail at once";
 }
 
+TEST_F(AgentdStartTest, SaysThatItCannotLookForAnother)
+{
+    WriteFile(kSocket, "another's");
+    ChildProcess agent({NO_SOCKETS_AGENTD_PATH}, {Path()});
+
+    EXPECT_EQ(agent.WaitForExit(), 1);
+
+    EXPECT_EQ(agent.Errors(), "corvane-agentd: cannot look whether /tmp/dcak.sock is served already: no socket: Too "
+                              "many open files\n");
+    EXPECT_EQ(ReadFile(kSocket), "another's");
+}
+
 TEST_F(AgentdStartTest, SaysThatLsblkIsTooOld)
 {
     InstallLsblk("2.23.1");
@@ -221,6 +277,114 @@ TEST_F(AgentdStartTest, ARotatedLogIsBackedUpAndItsStreamClosed)
     EXPECT_EQ(agent.WaitForExit(), 0);
 }
 
+/** With a log of its own file system, whose inodes are counted. */
+class AgentdLogTest : public AgentdTest {
+protected:
+    void SetUp() override
+    {
+        AgentdTest::SetUp();
+        std::filesystem::remove_all(kFolder);
+        std::filesystem::create_directories(kFolder);
+        ASSERT_EQ(mount("tmpfs", kFolder.c_str(), "tmpfs", 0, "mode=0750"), 0);
+        mounted_ = true;
+        // To files: what an agent says of its log is read there.
+        agent_ = std::make_unique<ChildProcess>(
+            std::vector<std::string>{"/bin/sh", "-c", "exec " AGENTD_PATH " >/dev/null 2>" + kErrors},
+            std::vector<std::string>{manager_.Environment(), Path()});
+        ASSERT_EQ(manager_.Receive(), "READY=1\nSTATUS=Serving");
+    }
+    void TearDown() override
+    {
+        if (agent_ != nullptr) {
+            agent_->Signal(SIGTERM);
+            EXPECT_EQ(agent_->WaitForExit(), 0);
+        }
+        if (mounted_) {
+            EXPECT_EQ(umount2(kFolder.c_str(), MNT_DETACH), 0);
+        }
+    }
+
+    static void AllowInodes(const char *count)
+    {
+        ASSERT_EQ(mount("tmpfs", kFolder.c_str(), "tmpfs", MS_REMOUNT, (std::string("nr_inodes=") + count).c_str()), 0);
+    }
+    /** Requests that are repeated in the log, until it holds. @return whether it came to hold. */
+    static bool LogUntil(const std::function<bool()> &holds)
+    {
+        const std::string garbage(3000, 'x');
+        for (int i = 0; i < 6000 && !holds(); i++) {
+            EXPECT_EQ(Ask(garbage), "");
+        }
+        return holds();
+    }
+    static size_t Backups()
+    {
+        size_t count = 0;
+        for (const auto &entry : std::filesystem::directory_iterator(kFolder + "/bak_os")) {
+            count += entry.path().extension() == ".gz" ? 1 : 0;
+        }
+        return count;
+    }
+    /** How often the agent has said this on standard error. */
+    static size_t Said(const std::string &text)
+    {
+        const std::string errors = ReadFile(kErrors);
+        size_t count = 0;
+        for (size_t at = errors.find(text); at != std::string::npos; at = errors.find(text, at + 1)) {
+            count++;
+        }
+        return count;
+    }
+
+    static inline const std::string kFolder = "/var/log/corvane_super";
+    static inline const std::string kLog = kFolder + "/corvane.os.log";
+    static inline const std::string kAside = kLog + ".bak";
+    static inline const std::string kErrors = "/tmp/agent-errors";
+
+private:
+    bool mounted_ = false;
+    NotifySocket manager_;
+    std::unique_ptr<ChildProcess> agent_;
+};
+
+TEST_F(AgentdLogTest, ARotationWithoutANewFileIsMadeGood)
+{
+    AllowInodes("3"); // as many as there are: the folder, the one of the backups, the file
+
+    ASSERT_TRUE(LogUntil([] { return std::filesystem::exists(kAside); }));
+    EXPECT_FALSE(std::filesystem::exists(kLog));
+    const auto before = std::filesystem::file_size(kAside);
+    for (int i = 0; i < 20; i++) {
+        EXPECT_EQ(Ask(std::string(3000, 'x')), "");
+    }
+    EXPECT_GT(std::filesystem::file_size(kAside), before + 20U * 3000U) << "no line is lost";
+    EXPECT_EQ(Said("can't create log file"), 1U);
+    EXPECT_EQ(Said("can't open log file"), 1U);
+    EXPECT_EQ(Said("can't rename log file"), 0U);
+
+    AllowInodes("100");
+    EXPECT_TRUE(LogUntil([] { return Backups() == 1; }));
+    EXPECT_THAT(ReadFile(kLog), HasSubstr("the log file was missing and begins anew"));
+    EXPECT_FALSE(std::filesystem::exists(kAside));
+    struct stat status = {};
+    ASSERT_EQ(stat(kLog.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, 0640u);
+
+    EXPECT_TRUE(LogUntil([] { return Backups() == 2; })) << "and rotation goes on";
+    EXPECT_EQ(Said("can't"), 2U);
+}
+
+TEST_F(AgentdLogTest, AFileThatWasRemovedIsMadeAnew)
+{
+    ASSERT_TRUE(std::filesystem::remove(kLog));
+
+    EXPECT_TRUE(LogUntil([] { return std::filesystem::exists(kLog); }));
+
+    EXPECT_THAT(ReadFile(kLog), HasSubstr("the log file was missing and begins anew"));
+    EXPECT_EQ(Said("LOGBAK"), 0U) << "there is no piece to back up";
+    EXPECT_TRUE(LogUntil([] { return Backups() == 1; }));
+}
+
 TEST_F(AgentdStartTest, ServesWithoutALogFile)
 {
     std::filesystem::remove_all("/var/log/corvane_super");
@@ -275,11 +439,25 @@ TEST_P(AgentdUsageTest, CommandLine)
 
 INSTANTIATE_TEST_SUITE_P(
     Lines, AgentdUsageTest,
-    ::testing::Values(UsageCase{"Help", "--help", 0,
-                                "Usage: corvane-agentd .--verbose.\n(.|\n)*5 the group corvane_group(.|\n)*", ""},
-                      UsageCase{"Version", "--version", 0, "corvane-agentd [0-9]+\\.[0-9]+\\.[0-9]+\n", ""},
-                      UsageCase{"Option", "--frobnicate", 2, "",
-                                "corvane-agentd: unknown option --frobnicate; see corvane-agentd --help\n"},
-                      UsageCase{"Argument", "now", 2, "",
-                                "corvane-agentd: unexpected argument now; see corvane-agentd --help\n"}),
+    ::testing::Values(
+        UsageCase{"Help", "--help", 0, "Usage: corvane-agentd .--verbose.\n(.|\n)*5 the group corvane_group(.|\n)*",
+                  ""},
+        UsageCase{"Version", "--version", 0, "corvane-agentd [0-9]+\\.[0-9]+\\.[0-9]+\n", ""},
+        UsageCase{"Option", "--frobnicate", 2, "",
+                  "corvane-agentd: unknown option --frobnicate; see corvane-agentd --help\n"},
+        UsageCase{"Letters", "-vxh", 2, "", "corvane-agentd: unknown option -x; see corvane-agentd --help\n"},
+        UsageCase{"Value", "--verbose=3", 2, "",
+                  "corvane-agentd: unknown option --verbose=3; see corvane-agentd --help\n"},
+        UsageCase{"Argument", "now", 2, "", "corvane-agentd: unexpected argument now; see corvane-agentd --help\n"}),
     [](const auto &test) { return test.param.name; });
+
+TEST_F(AgentdStartTest, SaysThatItsHelpCannotBeWritten)
+{
+    for (const std::string option : {" --help", " -V"}) {
+        ChildProcess agent({"/bin/sh", "-c", AGENTD_PATH + option + " >/dev/full"}, {Path()});
+
+        EXPECT_EQ(agent.WaitForExit(), 1);
+
+        EXPECT_EQ(agent.Errors(), "corvane-agentd: standard output: No space left on device\n");
+    }
+}

@@ -74,6 +74,14 @@ protected:
         run.err = shell.Errors();
         return run;
     }
+    /** @return what bash offers for the word @p at of the line, between blanks. */
+    static std::string BashCompletion(const std::string &words, int at)
+    {
+        const std::string program = std::filesystem::path(NORDIAG_PATH).parent_path();
+        return Sh("bash -c 'PATH=" + program + ":$PATH; source " NORDIAG_COMPLETION "; COMP_WORDS=(" + words +
+                  "); COMP_CWORD=" + std::to_string(at) + "; _nordiag; echo ${COMPREPLY[*]}'")
+            .out;
+    }
     static std::string ReadAll(const std::string &path)
     {
         std::ifstream stream(path);

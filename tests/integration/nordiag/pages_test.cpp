@@ -25,17 +25,11 @@ TEST_F(NordiagPagesTest, EveryOptionStandsInManualPageAndCompletion)
 TEST_F(NordiagPagesTest, BashCompletesProcessesGroupsAndHelp)
 {
     StartHost();
-    const std::string program = std::filesystem::path(NORDIAG_PATH).parent_path();
-    const auto complete = [&program](const std::string &words, int at) {
-        return Sh("bash -c 'PATH=" + program + ":$PATH; source " NORDIAG_COMPLETION "; COMP_WORDS=(" + words +
-                  "); COMP_CWORD=" + std::to_string(at) + "; _nordiag; echo ${COMPREPLY[*]}'")
-            .out;
-    };
 
-    EXPECT_EQ(complete("nordiag st", 1), "storage\n");
-    EXPECT_EQ(complete("nordiag l", 1), "list\n");
-    EXPECT_EQ(complete("nordiag storage di", 2), "disk dish\n");
-    EXPECT_EQ(complete("nordiag storage help dis", 3), "disk dish\n");
-    EXPECT_EQ(complete("nordiag storage disk x", 3), "\n");
-    EXPECT_EQ(complete("nordiag list h", 2), "\n");
+    EXPECT_EQ(BashCompletion("nordiag st", 1), "storage\n");
+    EXPECT_EQ(BashCompletion("nordiag l", 1), "list\n");
+    EXPECT_EQ(BashCompletion("nordiag storage di", 2), "disk dish\n");
+    EXPECT_EQ(BashCompletion("nordiag storage help dis", 3), "disk dish\n");
+    EXPECT_EQ(BashCompletion("nordiag storage disk x", 3), "\n");
+    EXPECT_EQ(BashCompletion("nordiag list h", 2), "\n");
 }

@@ -63,6 +63,16 @@ std::string ReadText(const std::string &path)
     return text.str();
 }
 
+size_t CountIn(const std::string &path, const std::string &text)
+{
+    size_t count = 0;
+    const std::string all = ReadText(path);
+    for (size_t at = all.find(text); at != std::string::npos; at = all.find(text, at + 1)) {
+        count++;
+    }
+    return count;
+}
+
 void WriteText(const std::string &path, const std::string &text)
 {
     std::ofstream(path, std::ios::binary) << text;
@@ -138,7 +148,7 @@ void ServiceTest::SetUpTestSuite()
 void ServiceTest::SetUp()
 {
     ASSERT_EQ(problem_, "");
-    for (const std::string &folder : {kPrefix, kLogFolder}) {
+    for (const std::string &folder : {kPrefix, kLogFolder, kRootLogFolder}) {
         fs::remove_all(folder);
     }
     for (const std::string &folder : {kConfigFolder, kHistoryFolder, kLogFolder}) {
@@ -192,12 +202,16 @@ void ServiceTest::StartSim(const std::string &scenario, const std::vector<std::s
     ASSERT_TRUE(sim_->WaitForOutput("ready\n")) << sim_->Errors();
 }
 
-void ServiceTest::StartService()
+void ServiceTest::StartService(const std::string &errors)
 {
+    std::vector<std::string> arguments = {SERVICE_CORVANED_PATH, "--prefix", kPrefix, "--status-interval", "1",
+                                          "--status-format",     "json"};
+    if (!errors.empty()) {
+        const std::vector<std::string> shell = {"/bin/sh", "-c", R"(exec "$@" 2>)" + errors, "sh"};
+        arguments.insert(arguments.begin(), shell.begin(), shell.end());
+    }
     service_ =
-        std::make_unique<ChildProcess>(std::vector<std::string>{SERVICE_CORVANED_PATH, "--prefix", kPrefix,
-                                                                "--status-interval", "1", "--status-format", "json"},
-                                       std::vector<std::string>{std::string(kSeamsVariable) + "=" + kSeams});
+        std::make_unique<ChildProcess>(arguments, std::vector<std::string>{std::string(kSeamsVariable) + "=" + kSeams});
     ASSERT_TRUE(WaitForStatus([](const cJSON *) { return true; })) << service_->Errors();
 }
 
@@ -302,12 +316,7 @@ bool ServiceTest::WaitForRequests(const std::string &socket, const std::string &
 
 size_t ServiceTest::Logged(const std::string &text)
 {
-    size_t count = 0;
-    const std::string log = ReadText(kLogFolder + "/norlog.log");
-    for (size_t at = log.find(text); at != std::string::npos; at = log.find(text, at + 1)) {
-        count++;
-    }
-    return count;
+    return CountIn(kLogFolder + "/norlog.log", text);
 }
 
 bool ServiceTest::WaitForLog(const std::string &text, size_t times)
@@ -336,9 +345,12 @@ void ServiceTest::Fill(const std::string &folder)
 {
     const UniqueFd file(open((folder + kFiller).c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600));
     const std::string page(4096, 'x');
+    int pages = 0;
     while (write(file.Get(), page.data(), page.size()) > 0) {
+        pages++;
     }
     ASSERT_EQ(errno, ENOSPC);
+    ASSERT_GT(pages, 0) << folder << " was full before, and taking the filler away will make no room";
 }
 
 void ServiceTest::MakeRoom(const std::string &folder)

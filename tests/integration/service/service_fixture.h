@@ -26,6 +26,7 @@ inline const std::string kRegistryFile = "/tmp/prefix/config/disk_mgr.config";
 inline const std::string kHistoryFolder = "/tmp/prefix/userconfig_bak";
 inline const std::string kCommandSocket = "/tmp/prefix/config/CLI_UDS.unix";
 inline const std::string kLogFolder = "/var/log/corvane";
+inline const std::string kRootLogFolder = "/var/log/corvane_super"; /**< of the agent, and of commands of root */
 
 struct Finished {
     int exitCode = -1;
@@ -42,6 +43,8 @@ struct Recorded {
 };
 
 std::string ReadText(const std::string &path);
+/** How often the file holds the text. */
+size_t CountIn(const std::string &path, const std::string &text);
 void WriteText(const std::string &path, const std::string &text);
 std::string Unformatted(const cJSON *tree);
 /** Looks again and again. @return whether it became true within @p seconds. */
@@ -61,8 +64,12 @@ protected:
     void TearDown() override;
 
     void StartSim(const std::string &scenario, const std::vector<std::string> &options = {});
-    /** corvaned with the seams of this test. */
-    void StartService();
+    /**
+     * corvaned with the seams of this test.
+     * @param errors  A file for its standard error, where a test makes it write much there: it waits for the reader of
+     *                a pipe, and this test is none while it waits for anything but its output.
+     */
+    void StartService(const std::string &errors = "");
     /** Ends it in the regular way. */
     void StopService();
     ServiceSeams &Seams() { return *seams_; }

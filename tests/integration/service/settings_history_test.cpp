@@ -99,7 +99,7 @@ TEST_F(SettingsHistoryTest, FollowsAnUpgradeAndEachChangeAndComesBackFromIt)
     // then: the newest copy is in their place, and holds
     EXPECT_EQ(ReadText(kSettingsFile), contents.back());
     EXPECT_EQ(Logged("recover from bak"), 1u);
-    EXPECT_THAT(Ctl("--json show dpr_smart disk_type=3").output, ::testing::HasSubstr("77"));
+    EXPECT_THAT(Ctl("--json show dpr_smart").output, ::testing::HasSubstr("77"));
 }
 
 TEST_F(SettingsHistoryTest, AnUpgradeFileThatIsNoJsonStaysAndHarmsNothing)

@@ -2,6 +2,8 @@
 #include "sample_fleet.h"
 #include "sim_process.h"
 
+#include <algorithm>
+#include <cerrno>
 #include <gmock/gmock.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -182,6 +184,37 @@ TEST_F(ControlTest, SeveralLinesAtOnceAreAnsweredInOrder)
     EXPECT_THAT(answer,
                 testing::MatchesRegex("\\{\"ok\":true\\}\n\\{\"error\":\"line 1, column [0-9]+: this is no valid "
                                       "JSON[^\n]*\n\\{\"ok\":true\\}\n"));
+}
+
+TEST_F(ControlTest, AClientThatReadsLateIsAnsweredAndOneThatNeverReadsIsLeft)
+{
+    const std::string line = "{\"do\":\"status\"}\n";
+    const int late = Connect(Folder() + "/control.sock");
+    std::string lines;
+    for (int i = 0; i < 100; i++) {
+        lines += line;
+    }
+    ASSERT_EQ(send(late, lines.data(), lines.size(), 0), static_cast<ssize_t>(lines.size()));
+    const int never = Connect(Folder() + "/control.sock");
+
+    // Its answers fill the kernel's room and then that of the simulation, which ends the connection.
+    ssize_t sent = 0;
+    for (int i = 0; i < 200000 && sent >= 0; i++) {
+        sent = send(never, line.data(), line.size(), MSG_NOSIGNAL);
+    }
+
+    EXPECT_EQ(sent, -1);
+    EXPECT_THAT(errno, testing::AnyOf(EPIPE, ECONNRESET));
+    close(never);
+    ASSERT_EQ(shutdown(late, SHUT_WR), 0);
+    std::string answers;
+    char buffer[4096];
+    for (ssize_t got = 0; (got = recv(late, buffer, sizeof(buffer), 0)) > 0;) {
+        answers.append(buffer, static_cast<size_t>(got));
+    }
+    close(late);
+    EXPECT_EQ(std::count(answers.begin(), answers.end(), '\n'), 100);
+    EXPECT_EQ(Control(R"({"do":"pull","disk":"sda"})"), kOk);
 }
 
 struct Mistake {

@@ -38,6 +38,25 @@ TEST(ProgramTest, VersionIsShort)
     EXPECT_THAT(version.out, testing::MatchesRegex("corvane-sim [0-9]+[.][0-9]+[.][0-9]+\n"));
 }
 
+class ProgramOutputTest : public SimTest, public testing::WithParamInterface<std::vector<std::string>> {};
+
+TEST_P(ProgramOutputTest, IsToldWhenItCannotBeWritten)
+{
+    std::vector<std::string> arguments = GetParam();
+    if (arguments.front() == "--check") {
+        arguments.insert(arguments.end(), {"--scenario", WriteFile("s.json", Sample())});
+    }
+
+    const Finished run = RunSim(arguments, "/dev/full");
+
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_EQ(run.err, "corvane-sim: standard output: No space left on device\n");
+}
+
+INSTANTIATE_TEST_SUITE_P(Texts, ProgramOutputTest,
+                         testing::Values(std::vector<std::string>{"--help"}, std::vector<std::string>{"--version"},
+                                         std::vector<std::string>{"--check"}));
+
 struct WrongUse {
     std::vector<std::string> arguments;
     const char *error;
@@ -204,6 +223,17 @@ INSTANTIATE_TEST_SUITE_P(
                     BadPath{"--dcak-socket", "", "a socket path has 1 to 107 characters"},
                     BadPath{"--control", "%s/plain", "is there and is no socket"},
                     BadPath{"--record", "%s/nosuch/r.jsonl", "cannot be written: No such file or directory"}));
+
+TEST_F(SimTest, SaysThatTheAnswerToAnEventCannotBeWritten)
+{
+    Start(Sample());
+
+    const Finished sent =
+        RunSim({"--control", Folder() + "/control.sock", "--send", R"({"do":"pull","disk":"nvme0"})"}, "/dev/full");
+
+    EXPECT_EQ(sent.exitCode, 1);
+    EXPECT_EQ(sent.err, "corvane-sim: standard output: No space left on device\n");
+}
 
 TEST_F(SimTest, SendsAnEventToARunningSimulation)
 {

@@ -71,10 +71,10 @@ std::string MakeFolder()
 
 } // namespace
 
-Finished RunSim(const std::vector<std::string> &arguments)
+Finished RunSim(const std::vector<std::string> &arguments, const std::string &output)
 {
     const std::string folder = MakeFolder();
-    const int out = open((folder + "/out").c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0600);
+    const int out = open((output.empty() ? folder + "/out" : output).c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0600);
     const int err = open((folder + "/err").c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0600);
     const pid_t pid = Spawn(arguments, out, err);
     int status = 0;

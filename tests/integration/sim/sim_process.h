@@ -17,13 +17,13 @@ using Json = std::unique_ptr<cJSON, JsonDelete>;
 // Far above what anything here takes; a test that gets here has failed.
 constexpr int kBoundMs = 30000;
 
-/** Run the program to its end. */
+/** Run the program to its end; with an @p output its standard output goes there. */
 struct Finished {
     int exitCode = -1; // 128 + signal if it was killed
     std::string out;
     std::string err;
 };
-Finished RunSim(const std::vector<std::string> &arguments);
+Finished RunSim(const std::vector<std::string> &arguments, const std::string &output = "");
 
 class SimTest : public testing::Test {
 protected:

@@ -1,4 +1,4 @@
-#include "service_manager.h"
+#include "common/service_manager.h"
 
 #include <cstdlib>
 #include <gtest/gtest.h>

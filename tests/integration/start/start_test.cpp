@@ -348,6 +348,12 @@ INSTANTIATE_TEST_SUITE_P(
     Lines, CorvanedUsageTest,
     ::testing::Values(
         UsageCase{"UnknownOption", {"--frobnicate"}, "unknown option --frobnicate; see corvaned --help"},
+        UsageCase{"UnknownLetter", {"-xh"}, "unknown option -x; see corvaned --help"},
+        UsageCase{"UnknownLetterInside", {"--prefix", "/", "-vxh"}, "unknown option -x; see corvaned --help"},
+        UsageCase{"UnknownLetterLast", {"-vx", "--help"}, "unknown option -x; see corvaned --help"},
+        UsageCase{"ValueWhereNoneGoes",
+                  {"--allow-action-mismatch=1"},
+                  "unknown option --allow-action-mismatch=1; see corvaned --help"},
         UsageCase{"Argument", {"now"}, "unexpected argument now; see corvaned --help"},
         UsageCase{"NoPrefix", {"--prefix"}, "--prefix needs a value; see corvaned --help"},
         UsageCase{"EmptyPrefix", {"--prefix", ""}, "--prefix is empty; give the folder that holds \"config\""},
@@ -409,6 +415,17 @@ TEST_F(CorvanedTest, TellsItsVersion)
     EXPECT_EQ(corvaned.WaitForExit(), 0);
 
     EXPECT_THAT(corvaned.Output(), ::testing::MatchesRegex("corvaned [0-9]+\\.[0-9]+\\.[0-9]+\n"));
+}
+
+TEST_F(CorvanedTest, SaysThatItsHelpCannotBeWritten)
+{
+    for (const std::string option : {" -h", " --version"}) {
+        ChildProcess corvaned({"/bin/sh", "-c", CORVANED_PATH + option + " >/dev/full"});
+
+        EXPECT_EQ(corvaned.WaitForExit(), 1);
+
+        EXPECT_EQ(corvaned.Errors(), "corvaned: standard output: No space left on device\n");
+    }
 }
 
 using CombinedHostTest = StartTest;

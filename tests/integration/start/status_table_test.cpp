@@ -1,14 +1,20 @@
 #include "status_table.h"
 
 #include <cjson/cJSON.h>
+#include <new>
 
 #include "data_mgr/data_mgr_master/data_mgr_master.h"
 #include "data_mgr/data_mgr_master/data_mgr_master_refresh.h"
 #include "disk_mgr/disk_mgr.h"
+#include "status.h"
 #include "status_json.h"
 #include "support/corvane_fixture.h"
 
 namespace {
+
+bool g_memoryIsShort = false;
+
+void LogNothing(uint32_t, const char *, const char *, uint32_t, const char *, const char *, ...) {}
 
 char g_serial[] = "SN-1";
 constexpr uint32_t kDiskId = 3;
@@ -30,6 +36,16 @@ DiskMgrObj Disk()
 }
 
 } // namespace
+
+extern "C" void *__real__Znwm(size_t size);
+// Visible, since the linker takes the same name of other libraries for this.
+extern "C" __attribute__((visibility("default"))) void *__wrap__Znwm(size_t size)
+{
+    if (g_memoryIsShort) {
+        throw std::bad_alloc();
+    }
+    return __real__Znwm(size);
+}
 
 /** A store with one disk in it. */
 class StatusTableTest : public CorvaneTest {
@@ -153,3 +169,43 @@ TEST_F(StatusTableTest, PrintsOneJsonObjectALine)
         240u);
     cJSON_Delete(parsed);
 }
+
+class PrintStatusTest : public StatusTableTest, public ::testing::WithParamInterface<Options::Format> {
+protected:
+    static std::string Status()
+    {
+        return Printed([](std::FILE *out) { PrintStatus(out, GetParam()); });
+    }
+};
+
+TEST_P(PrintStatusTest, OutlivesAShortageOfMemory)
+{
+    // The fixture's log takes memory.
+    g_corvaneInfra.log = LogNothing;
+    ::testing::internal::CaptureStderr();
+    g_memoryIsShort = true;
+    const std::string without = Status();
+    g_memoryIsShort = false;
+
+    EXPECT_EQ(::testing::internal::GetCapturedStderr(), "corvaned: the status cannot be printed: std::bad_alloc\n");
+    EXPECT_EQ(without, "");
+    EXPECT_THAT(Status(), ::testing::HasSubstr("SN-1"));
+}
+
+TEST_P(PrintStatusTest, SaysThatJsonHasNoMemory)
+{
+    static cJSON_Hooks none = {[](size_t) -> void * { return nullptr; }, std::free};
+    if (GetParam() == Options::Format::JSON) {
+        cJSON_InitHooks(&none);
+    }
+    ::testing::internal::CaptureStderr();
+    const std::string status = Status();
+    cJSON_InitHooks(nullptr);
+
+    const std::string errors = ::testing::internal::GetCapturedStderr();
+    EXPECT_EQ(status.empty(), GetParam() == Options::Format::JSON);
+    EXPECT_EQ(errors, status.empty() ? "corvaned: the status cannot be printed: std::bad_alloc\n" : "");
+}
+
+INSTANTIATE_TEST_SUITE_P(Formats, PrintStatusTest, ::testing::Values(Options::Format::TEXT, Options::Format::JSON),
+                         [](const auto &test) { return test.param == Options::Format::TEXT ? "Text" : "Json"; });

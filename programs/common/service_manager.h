@@ -1,12 +1,14 @@
 /**
  * @file service_manager.h
- * @brief Says to the service manager how far this process is, and that it still works.
+ * @brief Says to the service manager how far this process is, and that it still works. For one thread of a process.
  */
-#ifndef CORVANED_SERVICE_MANAGER_H
-#define CORVANED_SERVICE_MANAGER_H
+#ifndef COMMON_SERVICE_MANAGER_H
+#define COMMON_SERVICE_MANAGER_H
 
 /**
  * @brief Send a state such as "READY=1" to the socket that NOTIFY_SOCKET names; without one there is nobody to tell.
+ *
+ * The first call opens a descriptor, which stays: a process that has run out of them can still say that it works.
  * @return false if there is a socket and the message did not reach it.
  */
 bool NotifyServiceManager(const char *state);

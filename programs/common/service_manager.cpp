@@ -1,4 +1,4 @@
-#include "service_manager.h"
+#include "common/service_manager.h"
 
 #include <cerrno>
 #include <climits>
@@ -26,6 +26,16 @@ bool ReadNumber(const char *name, unsigned long long &number)
     return errno == 0 && *end == '\0';
 }
 
+/** @return the descriptor to send with, -1 if there is none. */
+int OwnSocket()
+{
+    static int fd = -1;
+    if (fd < 0) {
+        fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    }
+    return fd;
+}
+
 } // namespace
 
 bool NotifyServiceManager(const char *state)
@@ -45,14 +55,13 @@ bool NotifyServiceManager(const char *state)
         address.sun_path[0] = '\0'; // an abstract name
     }
 
-    const int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    const int fd = OwnSocket();
     if (fd < 0) {
         return false;
     }
     const ssize_t sent =
         sendto(fd, state, std::strlen(state), MSG_NOSIGNAL, reinterpret_cast<const struct sockaddr *>(&address),
                static_cast<socklen_t>(offsetof(struct sockaddr_un, sun_path) + length));
-    (void)close(fd);
     return sent == static_cast<ssize_t>(std::strlen(state));
 }
 
