@@ -4,6 +4,9 @@
  *
  * The events of a scenario are told to the simulator when every disk is online and has its records, not by the
  * scenario's own clock: so a slow start of a loaded machine does not shorten the time in which a verdict is due.
+ *
+ * The cycles of the verdicts are counted in ticks of the analysis. So a run that is about cycles has verdicts_corvaned,
+ * the program with ticks that come when the test says so: a day passes in seconds, and a slow machine changes nothing.
  */
 #ifndef VERDICTS_FIXTURE_H
 #define VERDICTS_FIXTURE_H
@@ -11,52 +14,70 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <chrono>
+#include <array>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "infrastructure/common/corvane_raii.h"
 #include "support/child_process.h"
+#include "verdicts_seams.h"
 
-/** What a run changes of the default settings. */
+/** The settings that decide when a verdict comes. Arrays: SATA SSD, SAS SSD, NVMe, SAS HDD. */
 struct VerdictSettings {
-    uint32_t minSlowCycle = 50; /**< marked samples of a slow disk, of every type */
-    uint32_t prefailCycle = 20; /**< seconds between two looks of the prefail routine, at every type */
-    /**
-     * A life predicted before the first health record is that of an unworn disk, and the next prediction comes a cycle
-     * later. With the default, a day, a run would wait for it until tomorrow: here every run of the monitor predicts.
-     */
-    uint32_t lifeCycle = 5;
+    std::array<uint32_t, 4> minSlowCycle; /**< marked samples of a slow disk */
+    std::array<uint32_t, 4> prefailCycle; /**< ticks between two looks of the prefail routine */
+    uint32_t lifeCycle;                   /**< ticks between two predictions */
+};
+inline constexpr VerdictSettings kDefaultSettings{
+    .minSlowCycle = {50, 50, 50, 50}, .prefailCycle = {20, 20, 20, 20}, .lifeCycle = 86400};
+
+/** Who gives the ticks of the analysis. */
+enum class Clock {
+    PROGRAM, /**< corvaned itself, one a second */
+    TEST,    /**< the test, by Ticks() */
 };
 
 /** A disk of the scenario. */
 struct ExpectedDisk {
     std::string serial;
-    std::string type;
+    size_t type; /**< index into the arrays of the settings */
     std::string state;
     std::string strategy;
-    bool hasLife = false;
+    std::optional<int> life; /**< hours */
+    std::string worn;        /**< of a disk that wears: the wear at which it ends, as the status prints it */
+    std::string device;
 };
 
 class VerdictsTest : public ::testing::Test {
 protected:
-    using Seconds = std::chrono::duration<double>;
-
     static void SetUpTestSuite();
     void SetUp() override;
     void TearDown() override;
 
-    /** Simulator and service, until all disks are online with all their records and a state of "normal". */
-    void Start(const std::string &scenario, const VerdictSettings &settings);
+    /**
+     * Simulator and service, until all disks are online with all their records and a state of "normal".
+     * @param settings  Null: there is no settings file.
+     */
+    void Start(const std::string &scenario, const VerdictSettings *settings, Clock clock);
     /** All events of the scenario, at once. */
     void BeginTrouble();
-    [[nodiscard]] Seconds SinceTrouble() const { return std::chrono::steady_clock::now() - began_; }
+    /** Until what the events changed has reached the records: counters of two frames, and wear that has ended. */
+    void WaitUntilCollected();
+    /** Gives this many ticks of the analysis, and waits until everything that they started has ended. */
+    void Ticks(uint64_t count);
+    [[nodiscard]] uint64_t TicksGiven() const { return seams_->given; }
+    [[nodiscard]] uint32_t TickPeriodMs() const { return seams_->periodMs; }
+    /** The states as the registry holds them, by serial number. They are saved within the run that finds them. */
+    static std::map<std::string, std::string> StoredStates();
     /** Waits for one more status of corvaned. @return it, or null (and a failure) if it ended or fell silent. */
     CJsonPtr NextStatus();
-    /** Ends corvaned; the simulator compares its last status with the scenario. */
+    /** Ends corvaned once its status shows what is expected; the simulator compares its last status with the scenario.
+     */
     void ExpectVerdictsOfTheScenario();
 
     [[nodiscard]] const std::vector<ExpectedDisk> &Disks() const { return disks_; }
@@ -71,6 +92,13 @@ protected:
 
 private:
     void ReadScenario(const std::string &name);
+    void StartService(Clock clock);
+    /** Until what every disk's agent says from now on has reached the records. */
+    void WaitForAnswers();
+    /** Whether every disk is in the status and fits. */
+    bool AllFit(const cJSON *status, const std::function<bool(const cJSON *disk, const ExpectedDisk &expected)> &fits);
+    /** Requests of a method that the agents had for each device. */
+    static std::map<std::string, uint32_t> RequestsOf(const std::string &method);
 
     static inline std::string problem_;
     static inline std::map<std::string, std::string> scenarios_;
@@ -79,7 +107,7 @@ private:
     std::map<std::string, int> ids_;
     std::unique_ptr<ChildProcess> sim_;
     std::unique_ptr<ChildProcess> corvaned_;
-    std::chrono::steady_clock::time_point began_;
+    VerdictsSeams *seams_ = nullptr;
 };
 
 #endif
