@@ -2,6 +2,7 @@
 SHELL := /bin/bash
 JOBS ?= $(shell nproc)
 PREFIX ?= /opt/corvane
+INSTALL_FROM ?= build/release
 .DEFAULT_GOAL := help
 .PHONY: help demo test build lint format unit asan tsan clang coverage fuzz bench bench-smoke vm-test install package deps clean
 
@@ -71,8 +72,8 @@ vm-test: ## tests in a virtual machine with a real kernel and emulated disks
 	@tests/vm/run.sh
 
 install: build ## install the release build below PREFIX (/opt/corvane), or below DESTDIR for a packager
-	@cmake -S . -B build/release -DCMAKE_INSTALL_PREFIX='$(PREFIX)' >/dev/null
-	@DESTDIR='$(DESTDIR)' cmake --install build/release
+	@cmake -S . -B '$(INSTALL_FROM)' -DCMAKE_INSTALL_PREFIX='$(PREFIX)' >/dev/null
+	@DESTDIR='$(DESTDIR)' cmake --install '$(INSTALL_FROM)'
 
 package: ## Debian packages in build/package
 	@tools/deps.sh build package

@@ -10,7 +10,7 @@ mkdir -p build/vm
 tests/vm/kernel.sh "$VMLAB_KROOT" >/dev/null || { echo "vm: kernel FAILED"; exit 1; }
 
 payload=$(mktemp -d)
-trap 'rm -rf "$payload" "$payload.debian"' EXIT
+trap 'rm -rf "$payload" "$payload.debian" "$payload.debian.hosts"' EXIT
 mkdir "$payload/bin" "$payload/lib"
 cp "$build"/bin/{corvaned,corvane-agentd,corvane-sim} "$payload/bin/" || exit 1
 cp -d "$build"/lib/*.so* "$payload/lib/"
@@ -43,6 +43,14 @@ next_package() { # DEB FOLDER
   return $rc
 }
 defaults=opt/corvane/share/corvane/corvane_config.default.json
+# The example hosts, built with what the packages hold.
+example_hosts() { # FOLDER
+  local tree=$1/tree prefix=$1/tree/opt/corvane deb
+  mkdir -p "$tree"
+  for deb in build/package/libcorvane*.deb; do dpkg-deb -x "$deb" "$tree" || return 1; done
+  cmake -S "$prefix/share/corvane/examples" -B "$1/cmake" -DCMAKE_PREFIX_PATH="$prefix" && cmake --build "$1/cmake" &&
+    cp -r "$prefix/share/corvane/examples" "$1/make" && PKG_CONFIG_PATH=$prefix/lib/pkgconfig make -C "$1/make"
+}
 debian=$payload.debian
 for name in "${cases[@]}"; do
   if boots_debian "$name" && [ ! -e "$debian" ]; then
@@ -52,6 +60,11 @@ for name in "${cases[@]}"; do
     cp tests/vm/cases/lib.sh "$debian/"
     for deb in build/package/*.deb; do
       cp "$deb" "$debian/debs/" && next_package "$deb" "$debian/next" || { echo "vm: packages FAILED"; exit 1; }
+    done
+    example_hosts "$debian.hosts" >build/vm/hosts.log 2>&1 || { tail -n 40 build/vm/hosts.log; echo "vm: example hosts FAILED"; exit 1; }
+    for how in cmake make; do
+      mkdir -p "$debian/hosts/$how"
+      cp "$debian.hosts/$how"/{independent,combined}_host "$debian/hosts/$how/"
     done
   fi
 done
@@ -63,7 +76,7 @@ one() {
   out=build/vm/results/$name
   rm -rf "$out"
   mkdir -p "$out"
-  tests/vm/lab/vmlab -q -T 450 -t "tests/vm/topology/$topology.json" -s "tests/vm/cases/$name.sh" -p "$payload" -o "$out" 2>"$out/lab.txt"
+  tests/vm/lab/vmlab -q -T 600 -t "tests/vm/topology/$topology.json" -s "tests/vm/cases/$name.sh" -p "$payload" -o "$out" 2>"$out/lab.txt"
   rc=$?
   if [ $rc -eq 0 ] && ! grep -q '^FAIL' "$out/console.txt"; then
     echo "vm: $name ok ($(grep -c '^ok ' "$out/console.txt") checks, $((SECONDS - start)) s)"

@@ -44,6 +44,28 @@ by_cmake() {
 by_pkg_config() {
   cp -r "$prefix/share/corvane/examples" "$work/make" && PKG_CONFIG_PATH=$prefix/lib/pkgconfig make -C "$work/make"
 }
+# A packager's `make install` of what is built: below DESTDIR stands the same tree, which knows nothing of DESTDIR.
+final=$(sed -n 's/^CMAKE_INSTALL_PREFIX:[A-Z]*=//p' "$build/CMakeCache.txt")
+stage=$work/stage
+staged() {
+  make -s -C "$source" -o build install INSTALL_FROM="$build" PREFIX="$final" DESTDIR="$stage"
+}
+staged_tree() {
+  diff -r --no-dereference "$prefix" "$stage$final" &&
+    diff <(find "$prefix" -printf '%P %y %m\n' | sort) <(find "$stage$final" -printf '%P %y %m\n' | sort)
+}
+only_below_prefix() {
+  [ -z "$(find "$stage" ! -type d ! -path "$stage$final/*")" ]
+}
+staging_unknown() {
+  ! grep -rlF "$stage" "$stage"
+}
+units_name_prefix() {
+  local program
+  for program in corvaned corvane-agentd; do
+    grep -qE "^ExecStart=$final/bin/$program( |\$)" "$stage$final/lib/systemd/system/$program.service" || return 1
+  done
+}
 # Runs a host in a mount namespace until it has said what is expected.
 starts() { # TEXT PROGRAM [ARGUMENT...]
   local expected=$1 said
@@ -68,10 +90,15 @@ for program in corvaned corvane-agentd corvanectl corvane-sim nordiag; do
 done
 check "the script is installed" is_there 755 scripts/corvane_log_file_op.sh
 for folder in config userconfig_bak; do check "$folder is there" is_there 755 "$folder"; done
-for file in config/error_en.xml share/corvane/corvane_config.default.json lib/systemd/system/corvaned.service \
+for file in config/error_en.xml share/corvane/error_en.xml share/corvane/corvane_config.default.json lib/systemd/system/corvaned.service \
   lib/systemd/system/corvane-agentd.service share/man/man8/corvaned.8 share/bash-completion/completions/corvaned; do
   check "$file is installed" is_there 644 "$file"
 done
+check "make install with DESTDIR" staged
+check "the same tree stands there" staged_tree
+check "nothing stands beside it" only_below_prefix
+check "it does not know where it was staged" staging_unknown
+check "the units name the programs' final place" units_name_prefix
 check "headers compile alone" headers_alone
 check "pkg-config knows the version" grep -qxF "Version: $("$prefix/bin/corvaned" --version | cut -d' ' -f2)" "$prefix/lib/pkgconfig/corvane.pc"
 check "the packages have the version of the programs" grep -qF "corvane ($("$prefix/bin/corvaned" --version | cut -d" " -f2))" "$source/debian/changelog"
