@@ -62,7 +62,7 @@ static_assert(offsetof(CliDataHead, actionName) == 40 && offsetof(CliDataHead, d
 class CORVANE_API CliUdsComm {
 public:
     CliUdsComm();
-    ~CliUdsComm();
+    ~CliUdsComm(); // NOLINT(performance-trivially-destructible): hosts call it by name
 
     /** @brief Send a text. @return 0, -1, CLI_SEND_DATA_EXCEED, CLI_SOCKET_CLOSED_ERROR. */
     int SendString(const std::string &text, int sockFd, int srvId, const std::string &actionName);

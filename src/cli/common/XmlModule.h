@@ -15,7 +15,7 @@ namespace CORVANE_CLI {
 class CORVANE_API XmlModule {
 public:
     XmlModule();
-    ~XmlModule();
+    ~XmlModule(); // NOLINT(performance-trivially-destructible): hosts call it by name
 
     static constexpr size_t CMD_LEN_MAX = 0x2000000;
     static constexpr size_t PARAM_LEN_MAX = 0x100000;

@@ -70,12 +70,15 @@ TEST_F(LintTest, ClangTidyPassesWhenItFindsNothing)
 
 TEST_F(LintTest, ClangTidyFailsWithWhatItFinds)
 {
-    AddTool("clang-tidy", "echo '/a.cpp:1:1: warning: this is odd [odd]'");
+    // As it ends where warnings are errors, and where they are not.
+    for (const char *end : {"; exit 1", ""}) {
+        AddTool("clang-tidy", std::string("echo '/a.cpp:1:1: warning: this is odd [odd]'") + end);
 
-    EXPECT_EQ(Lint("clang_tidy"), 1);
+        EXPECT_EQ(Lint("clang_tidy"), 1);
 
-    EXPECT_THAT(output_, HasSubstr("a.cpp:1:1: warning: this is odd [odd]\n"));
-    EXPECT_THAT(output_, HasSubstr("lint: clang_tidy FAILED\n"));
+        EXPECT_THAT(output_, HasSubstr("a.cpp:1:1: warning: this is odd [odd]\n"));
+        EXPECT_THAT(output_, HasSubstr("lint: clang_tidy FAILED\n"));
+    }
 }
 
 TEST_F(LintTest, ClangTidyFailsWhenItIsMissing)

@@ -115,8 +115,9 @@ TEST_F(FullDiskTest, AFullLogFolderStopsNothingAndTheLogReturns)
 {
     MountSmall(kLogFolder, "1m");
     StartNode();
-    // Lines come every three seconds: the health of one agent's disks cannot be read.
+    // Lines come every three seconds: no disk's health can be read.
     Event(R"({"do":"misbehave","agent":"spdk","mode":"garbage","method":"dca_get_disks_health_info"})");
+    Event(R"({"do":"misbehave","agent":"kernel","mode":"garbage","method":"dca_get_disks_health_info"})");
     const std::string failure = "QueryMessageAndSave(dca_get_disks_health_info) failed";
     ASSERT_TRUE(WaitForLog(failure));
 

@@ -74,7 +74,7 @@ uint32_t DcakGetAtaPowerTime(const char *devicePath, uint32_t *hoursOut) noexcep
         return DCAK_FAIL;
     }
     for (uint32_t i = 0; i < DCAK_SMART_ENTRIES; i++) {
-        const uint8_t *entry = page.get() + kSmartFirst + i * kSmartEntrySize;
+        const uint8_t *entry = page.get() + kSmartFirst + size_t{i} * kSmartEntrySize;
         if (entry[0] == kSmartPowerOnHours) {
             *hoursOut = LittleEndian32(entry + kSmartRaw);
             break;

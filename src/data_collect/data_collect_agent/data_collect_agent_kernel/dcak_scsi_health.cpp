@@ -125,7 +125,7 @@ uint32_t DcakCalWear(uint8_t *page, uint8_t *wearOut) noexcept
 {
     const uint32_t count = std::min(BigEndian16(page + 2) / kWearParamSize, DCAK_WEAR_PARAM_MAX);
     for (uint32_t i = 0; i < count; i++) {
-        const uint8_t *param = page + kLogPageHeader + i * kWearParamSize;
+        const uint8_t *param = page + kLogPageHeader + size_t{i} * kWearParamSize;
         if (BigEndian16(param) == kWearParamCode) {
             *wearOut = param[kWearByte];
             return DCAK_OK;
